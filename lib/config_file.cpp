@@ -1,0 +1,99 @@
+// lib/config_file.cpp - library: saves the module's configuration to a file and loads one.
+// Uses lib/link.h. The file holds the classic configuration only.
+// Thread: any, one exchange per port at a time.
+// SPDX-License-Identifier: MIT
+#include "lib/link.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace tavu {
+namespace {
+
+using ConfigBytes = std::array<unsigned char, kConfigBytes>;
+using FileImage = std::array<unsigned char, 4 * kConfigBytes>;  // words, low byte first
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+FileImage image_encode(std::span<const unsigned char, kConfigBytes> config) {
+    ConfigWords words{};
+    std::copy(config.begin(), config.end(), words.begin());
+    linear_encode(words);
+    FileImage image{};
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        image[i] = static_cast<unsigned char>(words[i / 4] >> (8 * (i % 4)));
+    }
+    return image;
+}
+
+ConfigBytes image_decode(const FileImage& image) {
+    ConfigWords words{};
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        words[i / 4] |= static_cast<std::uint32_t>(image[i]) << (8 * (i % 4));
+    }
+    linear_decode(words);
+    ConfigBytes config{};
+    std::transform(words.begin(), words.end(), config.begin(),
+                   [](std::uint32_t word) { return static_cast<unsigned char>(word); });
+    return config;
+}
+
+FILTER_INFO filter_of(int can_port, std::span<const unsigned char, 9> bytes) {
+    return {.CAN_port = can_port,
+            .flt_type = bytes[0],
+            .flt_id = uchar_2_uint(&bytes[1]),
+            .mask = uchar_2_uint(&bytes[5])};
+}
+
+// Every step is attempted, whatever the earlier ones gave.
+int config_apply(int com_port, const ConfigBytes& config) {
+    const std::span bytes(config);
+    const std::array<int, 5> results = {
+        TAVUSetBaudRate(com_port, config[0], config[11]),
+        TAVUSetMode(com_port, config[1], config[12]),
+        TAVUSetErrorType(com_port, config[22]),
+        TAVUSetFilter(com_port, filter_of(TAVU_CAN_1, bytes.subspan<2, 9>())),
+        TAVUSetFilter(com_port, filter_of(TAVU_CAN_2, bytes.subspan<13, 9>())),
+    };
+    const bool is_applied = std::all_of(results.begin(), results.end(),
+                                        [](int result) { return result == TAVU_SUCCESS; });
+    return is_applied ? TAVU_SUCCESS : TAVU_FAILURE;
+}
+
+}  // namespace
+}  // namespace tavu
+
+using namespace tavu;
+
+int TAVUExpCfg(int com_port, const char* path) {
+    std::array<unsigned char, kConfigBytes + 5> reply{};
+    if (path == nullptr || exchange(com_port, expcfg_cmd, reply) != TAVU_SUCCESS) {
+        return TAVU_FAILURE;
+    }
+    const File file(std::fopen(path, "wbe"));
+    if (file == nullptr) {
+        return TAVU_FAILURE;
+    }
+    const FileImage image = image_encode(std::span(reply).subspan<2, kConfigBytes>());
+    std::fwrite(image.data(), 1, image.size(), file.get());
+    return TAVU_SUCCESS;
+}
+
+int TAVUImpCfg(int com_port, const char* path) {
+    if (path == nullptr) {
+        return TAVU_FAILURE;
+    }
+    FileImage image{};
+    {
+        const File file(std::fopen(path, "rbe"));
+        if (file == nullptr ||
+            std::fread(image.data(), 1, image.size(), file.get()) < image.size()) {
+            return TAVU_FAILURE;
+        }
+    }
+    return config_apply(com_port, image_decode(image));
+}

@@ -1,0 +1,270 @@
+// lib/rs232.cpp - library: opens, locks, reads and writes a serial character device.
+// Uses POSIX only. Knows nothing of the module's protocol; keeps no state.
+// Thread: any.
+// SPDX-License-Identifier: MIT
+#include "lib/rs232.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+const std::array<const char*, 68> comports = {
+    "/dev/ttyCAN0",  "/dev/ttyCAN1",  "/dev/ttyCAN2",  "/dev/ttyCAN3",  "/dev/ttyCAN4",
+    "/dev/ttyCAN5",  "/dev/ttyCAN6",  "/dev/ttyCAN7",  "/dev/ttyCAN8",  "/dev/ttyCAN9",
+    "/dev/ttyCAN10", "/dev/ttyCAN11", "/dev/ttyCAN12", "/dev/ttyCAN13", "/dev/ttyCAN14",
+    "/dev/ttyCAN15", "/dev/ttyUSB0",  "/dev/ttyUSB1",  "/dev/ttyUSB2",  "/dev/ttyUSB3",
+    "/dev/ttyUSB4",  "/dev/ttyUSB5",  "/dev/ttyAMA0",  "/dev/ttyAMA1",  "/dev/ttyACM0",
+    "/dev/ttyACM1",  "/dev/ttyACM2",  "/dev/ttyACM3",  "/dev/ttyACM4",  "/dev/ttyACM5",
+    "/dev/ttyACM6",  "/dev/ttyACM7",  "/dev/ttyACM8",  "/dev/ttyACM9",  "/dev/ttyACM10",
+    "/dev/ttyACM11", "/dev/ttyACM12", "/dev/ttyACM13", "/dev/ttyACM14", "/dev/ttyACM15",
+    "/dev/rfcomm0",  "/dev/rfcomm1",  "/dev/ircomm0",  "/dev/ircomm1",  "/dev/cuau0",
+    "/dev/cuau1",    "/dev/cuau2",    "/dev/cuau3",    "/dev/cuaU0",    "/dev/cuaU1",
+    "/dev/cuaU2",    "/dev/cuaU3",    "/dev/serusb0",  "/dev/serusb1",  "/dev/serusb2",
+    "/dev/serusb3",  "/dev/serusb4",  "/dev/serusb5",  "/dev/serusb6",  "/dev/serusb7",
+    "/dev/serusb8",  "/dev/serusb9",  "/dev/serusb10", "/dev/serusb11", "/dev/serusb12",
+    "/dev/serusb13", "/dev/serusb14", "/dev/serusb15",
+};
+
+namespace {
+
+// A module that drains its input at all makes room within a few milliseconds.
+constexpr std::chrono::milliseconds kRoomWait{100};
+
+struct Speed {
+    int bps;
+    speed_t code;
+};
+
+constexpr std::array<Speed, 30> kSpeeds = {{
+    {50, B50},           {75, B75},           {110, B110},         {134, B134},
+    {150, B150},         {200, B200},         {300, B300},         {600, B600},
+    {1200, B1200},       {1800, B1800},       {2400, B2400},       {4800, B4800},
+    {9600, B9600},       {19200, B19200},     {38400, B38400},     {57600, B57600},
+    {115200, B115200},   {230400, B230400},   {460800, B460800},   {500000, B500000},
+    {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
+    {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000},
+    {3500000, B3500000}, {4000000, B4000000},
+}};
+
+// Repeats a system call that a signal interrupted before it did anything.
+template <typename SystemCall>
+auto uninterrupted(SystemCall call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+bool data_bits_set(termios& settings, char digit) {
+    constexpr std::array<tcflag_t, 4> kSizes = {CS5, CS6, CS7, CS8};
+    if (digit < '5' || digit > '8') {
+        return false;
+    }
+    settings.c_cflag |= kSizes[static_cast<std::size_t>(digit - '5')];
+    return true;
+}
+
+bool parity_set(termios& settings, char letter) {
+    switch (letter) {
+        case 'N':
+        case 'n':
+            settings.c_iflag = IGNPAR;
+            return true;
+        case 'E':
+        case 'e':
+            settings.c_cflag |= PARENB;
+            settings.c_iflag = INPCK;
+            return true;
+        case 'O':
+        case 'o':
+            settings.c_cflag |= PARENB | PARODD;
+            settings.c_iflag = INPCK;
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool stop_bits_set(termios& settings, char digit) {
+    if (digit == '2') {
+        settings.c_cflag |= CSTOPB;
+    }
+    return digit == '1' || digit == '2';
+}
+
+// Fills `settings`, zero on entry. Result: what is wrong with the parameters, or null.
+const char* settings_build(termios& settings, int baudrate_bps, std::string_view mode) {
+    const auto speed = std::find_if(kSpeeds.begin(), kSpeeds.end(),
+                                    [&](const Speed& row) { return row.bps == baudrate_bps; });
+    if (speed == kSpeeds.end()) {
+        return "invalid baudrate";
+    }
+    if (mode.size() != 3) {
+        return "invalid mode";
+    }
+    settings.c_cflag = CLOCAL | CREAD;
+    if (!data_bits_set(settings, mode[0])) {
+        return "invalid number of data-bits";
+    }
+    if (!parity_set(settings, mode[1])) {
+        return "invalid parity";
+    }
+    if (!stop_bits_set(settings, mode[2])) {
+        return "invalid number of stop bits";
+    }
+    cfsetispeed(&settings, speed->code);
+    cfsetospeed(&settings, speed->code);
+    return nullptr;
+}
+
+int settings_read(int fd, termios& settings) {
+    return uninterrupted([&] { return tcgetattr(fd, &settings); });
+}
+
+int settings_apply(int fd, const termios& settings) {
+    return uninterrupted([&] { return tcsetattr(fd, TCSANOW, &settings); });
+}
+
+int lines_read(int fd, int& status) {
+    return uninterrupted([&] { return ioctl(fd, TIOCMGET, &status); });
+}
+
+int lines_write(int fd, const int& status) {
+    return uninterrupted([&] { return ioctl(fd, TIOCMSET, &status); });
+}
+
+// Configures a locked port and raises its modem lines. Result: what failed, or null.
+const char* port_configure(int fd, const termios& settings) {
+    termios present{};
+    if (settings_read(fd, present) != RS232_OK) {
+        return "unable to read portsettings";
+    }
+    if (settings_apply(fd, settings) != RS232_OK) {
+        return "unable to adjust portsettings";
+    }
+    int status = 0;
+    if (lines_read(fd, status) != RS232_OK) {
+        return "unable to get portstatus";
+    }
+    status |= TIOCM_DTR | TIOCM_RTS;
+    if (lines_write(fd, status) != RS232_OK) {
+        return "unable to set portstatus";
+    }
+    return nullptr;
+}
+
+// Opens and locks. Result: the descriptor, or RS232_FAILED with `problem` set.
+int port_claim(const char* path, const char*& problem) {
+    const int fd = uninterrupted([&] { return open(path, O_RDWR | O_NOCTTY | O_CLOEXEC); });
+    if (fd < 0) {
+        problem = "unable to open comport";
+        return RS232_FAILED;
+    }
+    if (uninterrupted([&] { return flock(fd, LOCK_EX | LOCK_NB); }) != RS232_OK) {
+        close(fd);
+        problem = "Another process has locked the comport";
+        return RS232_FAILED;
+    }
+    return fd;
+}
+
+void port_release(int fd) {
+    uninterrupted([&] { return flock(fd, LOCK_UN); });
+    close(fd);
+}
+
+}  // namespace
+
+[[gnu::weak]] void showDebugMsg(int /*line*/, const char* /*function*/, const char* /*message*/) {}
+
+int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
+    termios settings{};
+    const char* problem = settings_build(settings, baudrate_bps, mode);
+    if (problem != nullptr) {
+        showDebugMsg(__LINE__, __func__, problem);
+        return RS232_REJECTED;
+    }
+    const int fd = port_claim(path, problem);
+    if (problem != nullptr) {
+        showDebugMsg(__LINE__, __func__, problem);
+        return RS232_FAILED;
+    }
+    problem = port_configure(fd, settings);
+    if (problem != nullptr) {
+        port_release(fd);
+        showDebugMsg(__LINE__, __func__, problem);
+        return RS232_FAILED;
+    }
+    return fd;
+}
+
+int RS232_PollComport(int fd, unsigned char* buffer, int size) {
+    const ssize_t count =
+        uninterrupted([&] { return read(fd, buffer, static_cast<std::size_t>(size)); });
+    return static_cast<int>(std::max<ssize_t>(count, 0));
+}
+
+int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
+    std::array<pollfd, 1> port = {{{fd, POLLOUT, 0}}};
+    if (!RS232_PollUntil(port, std::chrono::steady_clock::now() + kRoomWait)) {
+        return RS232_FAILED;
+    }
+    return static_cast<int>(
+        uninterrupted([&] { return write(fd, bytes, static_cast<std::size_t>(size)); }));
+}
+
+void RS232_CloseComport(int fd) {
+    int status = 0;
+    if (lines_read(fd, status) != RS232_OK) {
+        showDebugMsg(__LINE__, __func__, "unable to get portstatus");
+        status = 0;
+    }
+    status &= ~(TIOCM_DTR | TIOCM_RTS);
+    if (lines_write(fd, status) != RS232_OK) {
+        showDebugMsg(__LINE__, __func__, "unable to set portstatus");
+    }
+    // Otherwise the kernel waits up to 30 s for a module that no longer drains its input.
+    tcflush(fd, TCOFLUSH);
+    port_release(fd);
+}
+
+void RS232_flushRX(int fd) {
+    uninterrupted([&] { return tcflush(fd, TCIFLUSH); });
+}
+
+int RS232_SetRecvBlock(int fd, int flag) {
+    termios settings{};
+    if (settings_read(fd, settings) != RS232_OK) {
+        return RS232_FAILED;
+    }
+    settings.c_cc[VMIN] = flag != 0 ? 1 : 0;
+    return settings_apply(fd, settings);
+}
+
+bool RS232_PollUntil(std::span<pollfd> fds, std::chrono::steady_clock::time_point deadline) {
+    const int ready = uninterrupted([&] {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        return poll(fds.data(), fds.size(), std::max(static_cast<int>(left.count()), 0));
+    });
+    return ready > 0;
+}
+
+bool RS232_WaitInput(int fd, std::chrono::milliseconds timeout) {
+    std::array<pollfd, 1> port = {{{fd, POLLIN, 0}}};
+    return RS232_PollUntil(port, std::chrono::steady_clock::now() + timeout);
+}
+
+int RS232_InputCount(int fd) {
+    int count = 0;
+    const int result = uninterrupted([&] { return ioctl(fd, FIONREAD, &count); });
+    return result == RS232_OK ? count : 0;
+}
