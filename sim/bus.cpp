@@ -1,0 +1,301 @@
+// sim/bus.cpp - simulated module: the virtual bus that joins CAN 1, CAN 2 and generated nodes.
+// Uses sim/traffic.h for the frames of the nodes. Time is an argument.
+// Thread: one at a time.
+// SPDX-License-Identifier: MIT
+#include "sim/bus.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+using std::chrono::nanoseconds;
+
+constexpr int kMaxAttempts = 16;             // then a frame without acknowledgement is given up
+constexpr std::uint8_t kPassiveLevel = 128;  // no further rise without acknowledgement
+constexpr std::uint8_t kTransmitPenalty = 8;
+constexpr std::uint8_t kFormError = 2;
+constexpr std::uint8_t kAcknowledgeError = 3;
+constexpr int kFramesPerAdvance = 4096;          // bounds one advance() while the nodes flood
+constexpr nanoseconds kNodeBacklog{50'000'000};  // older frames of a held-up node are not made up
+
+// Bits outside the payload, interframe space included.
+constexpr int kClassicBits = 47;
+constexpr int kExtendedBits = 20;  // what a 29-bit identifier adds
+constexpr int kFdNominalBits = 30;
+constexpr int kFdDataBits = 31;
+constexpr int kFdLongCrcBits = 5;  // what more than 16 data bytes add
+constexpr int kStuffShare = 10;    // one stuff bit in ten, half of the worst case
+
+int stuffed(int bits) {
+    return bits + bits / kStuffShare;
+}
+
+nanoseconds bit_time(int bits, std::uint32_t bps) {
+    return nanoseconds(std::int64_t{1'000'000'000} * bits / std::max(bps, 1U));
+}
+
+void recover(std::uint8_t& counter) {
+    if (counter > 0) {
+        --counter;
+    }
+}
+
+// Lower wins the bus: identifier bits as they are sent, then standard before extended.
+std::uint64_t priority(const Frame& frame) {
+    const std::uint64_t id = frame.extended ? frame.id : std::uint64_t{frame.id} << 18;
+    return id << 2 | (frame.extended ? 2U : 0U) | (frame.remote ? 1U : 0U);
+}
+
+}  // namespace
+
+nanoseconds frame_duration(const Frame& frame, const PortSettings& sender) {
+    const int payload_bits = frame.remote ? 0 : 8 * payload_length(frame.dlc, frame.fd);
+    const int extended_bits = frame.extended ? kExtendedBits : 0;
+    if (!frame.fd) {
+        return bit_time(stuffed(kClassicBits + extended_bits + payload_bits), sender.nominal_bps);
+    }
+    const int long_crc_bits = payload_bits > 128 ? kFdLongCrcBits : 0;
+    return bit_time(stuffed(kFdNominalBits + extended_bits), sender.nominal_bps) +
+           bit_time(stuffed(kFdDataBits + long_crc_bits + payload_bits),
+                    frame.brs ? sender.data_bps : sender.nominal_bps);
+}
+
+bool filter_passes(const PortSettings& port, const Frame& frame) {
+    if (port.filter_type == 0) {
+        return true;
+    }
+    const std::uint32_t mask = port.filter_mask & (frame.extended ? 0x1FFFFFFFU : 0x7FFU);
+    return frame.extended == (port.filter_type == 2) &&
+           (frame.id & mask) == (port.filter_id & mask);
+}
+
+Bus::Bus(BusOptions options, BusEvents events)
+    : options_(options), events_(std::move(events)), traffic_(options.nodes) {
+    set_traffic(options.traffic_per_s);
+}
+
+void Bus::configure(int channel, const PortSettings& settings) {
+    const auto c = static_cast<std::size_t>(channel);
+    const bool was_started = ports_.at(c).started;
+    ports_.at(c) = settings;
+    if (settings.started == was_started) {
+        return;
+    }
+    if (settings.started) {
+        errors_.at(c) = {};
+    }
+    queues_.at(c).clear();
+    if (current_ && current_->sender == channel) {
+        current_.reset();
+    }
+    node_frame_.reset();
+}
+
+bool Bus::send(const Frame& frame, Instant now) {
+    const auto c = static_cast<std::size_t>(frame.channel);
+    const PortSettings& port = ports_.at(c);
+    if (!port.started || port.listen || (frame.fd && !port.fd)) {
+        return false;
+    }
+    queues_.at(c).push_back({frame, now});
+    return true;
+}
+
+bool Bus::inject(const Frame& frame, Instant now) {
+    const PortSettings& port = ports_.at(static_cast<std::size_t>(frame.channel));
+    if (!port.started || (frame.fd && !port.fd) || !filter_passes(port, frame)) {
+        return false;
+    }
+    events_.received(frame, now);
+    return true;
+}
+
+void Bus::set_traffic(double frames_per_s) {
+    options_.traffic_per_s = frames_per_s;
+    options_.nodes = std::max(options_.nodes, frames_per_s > 0 ? 1 : 0);
+    node_frame_.reset();
+}
+
+void Bus::advance(Instant now) {
+    for (int done = 0; done < kFramesPerAdvance; ++done) {
+        if (!current_ && !start_next(now)) {
+            return;
+        }
+        if (current_->end > now) {
+            return;
+        }
+        complete(*std::exchange(current_, std::nullopt), now);
+    }
+}
+
+std::optional<Instant> Bus::next_event() const {
+    if (current_) {
+        return current_->end;
+    }
+    const std::optional<Instant> earliest = earliest_sender();
+    return earliest ? std::optional(std::max(*earliest, free_at_)) : std::nullopt;
+}
+
+std::size_t Bus::queued() const {
+    return std::max(queues_[0].size(), queues_[1].size());
+}
+
+const ErrorCounters& Bus::errors(int channel) const {
+    return errors_.at(static_cast<std::size_t>(channel));
+}
+
+std::optional<Instant> Bus::earliest_sender() const {
+    std::optional<Instant> earliest;
+    const auto consider = [&](Instant since) {
+        earliest = earliest ? std::min(*earliest, since) : since;
+    };
+    for (const auto& queue : queues_) {
+        if (!queue.empty()) {
+            consider(queue.front().since);
+        }
+    }
+    if (nodes_may_send()) {
+        consider(node_frame_ ? node_due_ : Instant{});
+    }
+    return earliest;
+}
+
+bool Bus::start_next(Instant now) {
+    if (!node_frame_ && nodes_may_send()) {
+        prepare_node_frame(now);
+    }
+    const std::optional<Instant> earliest = earliest_sender();
+    if (!earliest || std::max(*earliest, free_at_) > now) {
+        return false;
+    }
+    const Instant start = std::max(*earliest, free_at_);
+    const int sender = arbitrate(start);
+    const Frame& frame =
+        sender == kNode ? *node_frame_ : queues_.at(static_cast<std::size_t>(sender)).front().frame;
+    const nanoseconds duration =
+        options_.flood ? nanoseconds{0} : frame_duration(frame, rates_of(sender));
+    current_ = Transmission{sender, frame, start + duration};
+    return true;
+}
+
+int Bus::arbitrate(Instant start) const {
+    int winner = kNode;
+    std::uint64_t best = std::numeric_limits<std::uint64_t>::max();
+    if (nodes_may_send() && node_due_ <= start) {
+        best = priority(*node_frame_);
+    }
+    for (int c = 0; c < kChannels; ++c) {
+        const auto& queue = queues_.at(static_cast<std::size_t>(c));
+        if (!queue.empty() && queue.front().since <= start &&
+            priority(queue.front().frame) < best) {
+            best = priority(queue.front().frame);
+            winner = c;
+        }
+    }
+    return winner;
+}
+
+void Bus::complete(const Transmission& sent, Instant now) {
+    free_at_ = sent.end;
+    if (!acknowledged(sent)) {
+        unacknowledged(sent.sender);
+        return;
+    }
+    if (sent.sender == kNode) {
+        const nanoseconds period(static_cast<std::int64_t>(1e9 / options_.traffic_per_s));
+        node_due_ = std::max(node_due_ + period, now - kNodeBacklog);
+        node_frame_.reset();
+        prepare_node_frame(now);
+    } else {
+        const auto c = static_cast<std::size_t>(sent.sender);
+        queues_.at(c).pop_front();
+        recover(errors_.at(c).transmit);
+    }
+    for (int c = 0; c < kChannels; ++c) {
+        if (c != sent.sender && ports_.at(static_cast<std::size_t>(c)).started) {
+            receive(c, sent);
+        }
+    }
+}
+
+void Bus::receive(int channel, const Transmission& sent) {
+    const auto c = static_cast<std::size_t>(channel);
+    if (!understands(channel, sent)) {
+        receive_error(channel);
+        return;
+    }
+    recover(errors_.at(c).receive);
+    Frame frame = sent.frame;
+    frame.channel = channel;
+    inject(frame, sent.end);
+}
+
+void Bus::receive_error(int channel) {
+    ErrorCounters& counters = errors_.at(static_cast<std::size_t>(channel));
+    if (counters.receive >= kPassiveLevel) {
+        return;
+    }
+    ++counters.receive;
+    ++counters.logged;
+    counters.last_error = kFormError;
+    events_.error();
+}
+
+void Bus::unacknowledged(int sender) {
+    const auto c = static_cast<std::size_t>(sender);
+    ErrorCounters& counters = errors_.at(c);
+    if (++queues_.at(c).front().attempts >= kMaxAttempts) {
+        queues_.at(c).pop_front();
+    }
+    if (counters.transmit >= kPassiveLevel) {
+        return;
+    }
+    counters.transmit = static_cast<std::uint8_t>(
+        std::min<int>(counters.transmit + kTransmitPenalty, kPassiveLevel));
+    ++counters.logged;
+    counters.last_error = kAcknowledgeError;
+    events_.error();
+}
+
+bool Bus::understands(int channel, const Transmission& sent) const {
+    const PortSettings& port = ports_.at(static_cast<std::size_t>(channel));
+    const PortSettings& sender = rates_of(sent.sender);
+    const bool nodes_follow = sent.sender == kNode;  // they speak at each channel's own rates
+    return (port.fd || !sent.frame.fd) &&
+           (nodes_follow || (port.nominal_bps == sender.nominal_bps &&
+                             (!sent.frame.brs || port.data_bps == sender.data_bps)));
+}
+
+bool Bus::acknowledged(const Transmission& sent) const {
+    if (sent.sender == kNode || options_.nodes > 0) {
+        return true;
+    }
+    const int other = 1 - sent.sender;
+    const PortSettings& port = ports_.at(static_cast<std::size_t>(other));
+    return port.started && !port.listen && understands(other, sent);
+}
+
+bool Bus::nodes_may_send() const {
+    return options_.traffic_per_s > 0 && (ports_[0].started || ports_[1].started) &&
+           (!options_.flood || events_.may_flood());
+}
+
+void Bus::prepare_node_frame(Instant now) {
+    const bool fd = std::all_of(ports_.begin(), ports_.end(),
+                                [](const PortSettings& port) { return !port.started || port.fd; });
+    node_frame_ = traffic_.next(fd);
+    node_due_ = std::max(node_due_, now - kNodeBacklog);
+}
+
+const PortSettings& Bus::rates_of(int sender) const {
+    if (sender == kNode) {
+        return ports_[0].started ? ports_[0] : ports_[1];
+    }
+    return ports_.at(static_cast<std::size_t>(sender));
+}
+
+}  // namespace sim
