@@ -1,0 +1,187 @@
+// gui/bus_status.cpp - user interface: display timer, receive panel, error reports of the module.
+// Uses the rings and the mailbox of service/traffic_queues.h and the rows of gui/frame_log.h.
+// Thread: main thread.
+// SPDX-License-Identifier: MIT
+#include "gui/frame_log.h"
+#include "gui/guipart.h"
+
+#include "service/apipart.h"
+#include "service/traffic_queues.h"
+
+#include <array>
+#include <cstdio>
+
+RS_INFO rs_info;
+BS_INFO bs_info;
+
+namespace {
+
+// Period of the display timer. It has priority over redrawing, so a tick that takes longer is due
+// again at once and would starve the window.
+constexpr gint64 kTickBudget_us = 1000;
+
+// The window is drawn before the next tick.
+bool redraw_comes_first = false;
+
+KEY_PRESS_INFO key_info_r{ETY_NUM, 0};
+
+const WidgetField kFields[] = {
+    {"BS_frame", &bs_info.frame},
+    {"ErrorType_cbbox", &bs_info.cbbox},
+    {"bs_can1_ecr_lab", &bs_info.label_content[BS_LABEL_CAN1_ECR_C]},
+    {"bs_can2_ecr_lab", &bs_info.label_content[BS_LABEL_CAN2_ECR_C]},
+    {"bs_eeprom_lab", &bs_info.label_content[BS_LABEL_EE_C]},
+    {"bs_can1_psr_lab", &bs_info.label_content[BS_LABEL_CAN1_PSR_C]},
+    {"bs_can2_psr_lab", &bs_info.label_content[BS_LABEL_CAN2_PSR_C]},
+    {"bs_send_content_1", &bs_info.label_content[BS_LABEL_SEND1_C]},
+    {"bs_send_content_2", &bs_info.label_content[BS_LABEL_SEND2_C]},
+    {"bs_recv_content_1", &bs_info.label_content[BS_LABEL_RECV1_C]},
+    {"bs_recv_content_2", &bs_info.label_content[BS_LABEL_RECV2_C]},
+    {"clear_btn", &bs_info.btn_clr},
+    {"CAN_data_treeview", &bs_info.tree},
+    {"bs_scroll_window", &bs_info.swin},
+};
+
+const WidgetField kReceiveFields[] = {
+    {"r_Recv_grid", &rs_info.frame},
+    {"r_Timeout_label", &rs_info.label[RS_ETY_LAB_TIME]},
+    {"r_Count_label", &rs_info.label[RS_ETY_LAB_DATA_CNT]},
+    {"r_TimeOut_entry", &rs_info.ety[RS_ETY_LAB_TIME]},
+    {"r_Count_entry", &rs_info.ety[RS_ETY_LAB_DATA_CNT]},
+    {"r_NonBlock_checkbox", &rs_info.chk},
+};
+
+constexpr const char* kTitles[BS_LABEL_CNT_T] = {
+    "Error Type:", "CAN 1: ", "CAN 2: ", "EEPROM: ", "Send = ", "Recv = "};
+constexpr std::array kErrorTypes{"Disable All", "ROM Error", "Bus Error", "Enable All"};
+
+bool show_sent() {
+    UPBS_INFO record;
+    const bool taken = send_queue_pop(&record);
+    if (taken) {
+        frame_log_add(record, false);
+    }
+    return taken;
+}
+
+bool show_received() {
+    UPBS_INFO record;
+    const bool taken = recv_queue_pop(&record);
+    if (taken) {
+        frame_log_add(record, true);
+    }
+    return taken;
+}
+
+// Takes one sent record, then received and sent ones in turn until both rings are empty; while a
+// batch is being collected, only the first.
+void drain_rings() {
+    show_sent();
+    bool more = true;
+    while (more && (is_recv_normal || is_done_non_block)) {
+        const bool received = show_received();
+        const bool sent = show_sent();
+        more = received || sent;
+    }
+}
+
+int number_of(int ety) {
+    return str_2_dec(gtk_entry_get_text(GTK_ENTRY(rs_info.ety[ety])));
+}
+
+void show_counters(const CAN_FRAME_INFO& report, int label_can1, int label_can2) {
+    const int labels[] = {label_can1, label_can2};
+    for (int can = 0; can < TAVU_CHANNEL_CNT; ++can) {
+        const unsigned char* bytes = report.data_err[can];
+        char text[8]{};
+        std::snprintf(text, sizeof text, "%02X%02X%02X", bytes[3], bytes[4], bytes[5]);
+        show_text(bs_info.label_content[labels[can]], text);
+    }
+}
+
+void show_reports() {
+    CAN_FRAME_INFO report;
+    if (report_take(TAVU_EEERR_TYPE, &report)) {
+        show_text(bs_info.label_content[BS_LABEL_EE_C], "❌");
+    }
+    if (report_take(TAVU_BUSERR_TYPE, &report)) {
+        show_counters(report, BS_LABEL_CAN1_ECR_C, BS_LABEL_CAN2_ECR_C);
+    }
+    if (report_take(TAVU_BUSERR_PSR_TYPE, &report)) {
+        show_counters(report, BS_LABEL_CAN1_PSR_C, BS_LABEL_CAN2_PSR_C);
+    }
+}
+
+int on_redrawn(gpointer /*user_data*/) {
+    redraw_comes_first = false;
+    return G_SOURCE_REMOVE;
+}
+
+// Only a tick of the main loop can starve the loop.
+void let_window_redraw() {
+    if (g_main_current_source() != nullptr) {
+        redraw_comes_first = true;
+        g_idle_add_full(GDK_PRIORITY_REDRAW + 1, on_redrawn, nullptr, nullptr);
+    }
+}
+
+}  // namespace
+
+void rs_init() {
+    lookup_all(MW_builder, kReceiveFields);
+    gtk_widget_set_focus_on_click(rs_info.chk, FALSE);
+    g_signal_connect(rs_info.chk, "clicked", G_CALLBACK(chk_non_block_cb), nullptr);
+    for (GtkWidget* entry : rs_info.ety) {
+        connect_key_filter(entry, &key_info_r);
+    }
+}
+
+void bs_init() {
+    lookup_all(MW_builder, kFields);
+    for (int i = 0; i < BS_LABEL_CNT_T; ++i) {
+        // In no container, so the record keeps the reference.
+        bs_info.label_title[i] = GTK_WIDGET(g_object_ref_sink(gtk_label_new(kTitles[i])));
+    }
+    set_err_str(TAVU_DIS_ALL);
+    frame_log_init();
+    append_rows(bs_info.cbbox, kErrorTypes);
+    gtk_combo_box_set_active(GTK_COMBO_BOX(bs_info.cbbox), 0);
+    gtk_widget_set_focus_on_click(bs_info.btn_clr, FALSE);
+    g_signal_connect(bs_info.cbbox, "changed", G_CALLBACK(cbbox_err_cb), nullptr);
+    g_signal_connect(bs_info.btn_clr, "clicked", G_CALLBACK(btn_clear_cb), nullptr);
+}
+
+int update_BS_frame(gpointer /*user_data*/) {
+    if (redraw_comes_first) {
+        return G_SOURCE_CONTINUE;
+    }
+    const gint64 start_us = g_get_monotonic_time();
+    drain_rings();
+    frame_log_flush();
+    if (!is_recv_normal) {
+        batch_shown();
+    }
+    show_reports();
+    if (g_get_monotonic_time() - start_us > kTickBudget_us) {
+        let_window_redraw();
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+void chk_non_block_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
+    is_recv_normal = !is_checked(rs_info.chk);
+    if (is_connect) {
+        procRecv(com_port, recv_request());
+    }
+    wgt_show_hide(is_connect, is_active);
+}
+
+CAN_RECV_INFO recv_request() {
+    CAN_RECV_INFO request{};
+    request.is_normal = is_recv_normal;
+    if (!is_recv_normal) {
+        request.cnt = number_of(RS_ETY_LAB_DATA_CNT);
+        request.time_out = number_of(RS_ETY_LAB_TIME);
+    }
+    return request;
+}

@@ -1,0 +1,232 @@
+// gui/frame_log.cpp - user interface: the table of sent and received frames and their counts.
+// Uses gui/frame_log.h; the display timer (gui/bus_status.cpp) brings the records.
+// Thread: main thread.
+// SPDX-License-Identifier: MIT
+#include "gui/frame_log.h"
+
+#include "service/apipart.h"
+
+#include <array>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+GtkListStore* store = nullptr;
+
+namespace {
+
+constexpr const char* kFont = "Calibri 10";
+constexpr int kBytesPerLine = 8;
+
+struct LOG_COLUMN {
+    const char* title;
+    int width_px;
+};
+constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{{"NO", 40},
+                                                    {"CH", 40},
+                                                    {"PATH", 55},
+                                                    {"MOD", 55},
+                                                    {"ID", 85},
+                                                    {"TYPE", 80},
+                                                    {"LEN", 40},
+                                                    {"DATA", 190},
+                                                    {"TIME", 105}}};
+
+// Rows since the log was last started afresh.
+int cnt_s = 0;
+int cnt_r = 0;
+int cnt_t = 0;
+// Frames since the user last cleared the log.
+int list_cnt_s = 0;
+int list_cnt_r = 0;
+int can1_cnt_s = 0;
+int can2_cnt_s = 0;
+int can1_cnt_r = 0;
+int can2_cnt_r = 0;
+
+struct COUNT_LABEL {
+    int label;  // BS_LABEL_...
+    const int* count;
+};
+constexpr COUNT_LABEL kCountLabels[] = {{BS_LABEL_SEND1_C, &can1_cnt_s},
+                                        {BS_LABEL_SEND2_C, &can2_cnt_s},
+                                        {BS_LABEL_RECV1_C, &can1_cnt_r},
+                                        {BS_LABEL_RECV2_C, &can2_cnt_r}};
+
+// Rows added but not yet shown; they number at most kLogRowsMax, since the record after row
+// kLogRowsMax discards them all.
+struct PENDING_ROW {
+    UPBS_INFO record;
+    bool is_recv;
+    int number;
+};
+std::array<PENDING_ROW, kLogRowsMax> pending;
+std::size_t pending_cnt = 0;
+bool wipe_pending = false;  // the rows in the store go before the pending ones are shown
+
+const char* type_text(const CAN_FRAME_INFO& frame) {
+    if (frame.rtr != 0) {
+        return "RTR ";
+    }
+    const bool has_esi = frame.esi != 0;
+    if (frame.fdf != 0 && frame.brs != 0) {
+        return has_esi ? "FD / BRS / ESI " : "FD / BRS";
+    }
+    if (frame.fdf == TAVU_FDF_ON) {
+        return has_esi ? "FD / ESI " : "FD";
+    }
+    return frame.fdf == TAVU_FDF_OFF && frame.brs == TAVU_BRS_OFF ? "2.0B" : "";
+}
+
+// `length` is 64 at most.
+void data_text(const unsigned char* data, int length, char* text) {
+    constexpr const char* kDigits = "0123456789ABCDEF";
+    for (int i = 0; i < length; ++i) {
+        if (i > 0) {
+            *text++ = i % kBytesPerLine == 0 ? '\n' : ' ';
+        }
+        *text++ = kDigits[data[i] >> 4];
+        *text++ = kDigits[data[i] & 0x0F];
+    }
+    *text = '\0';
+}
+
+// A count that has reached the end of its range stays there.
+void count_up(int* count) {
+    if (*count < INT_MAX) {
+        ++*count;
+    }
+}
+
+void count_frame(bool is_can1, bool is_recv) {
+    if (is_recv) {
+        count_up(&cnt_r);
+        count_up(is_can1 ? &can1_cnt_r : &can2_cnt_r);
+        count_up(&list_cnt_r);
+    } else {
+        count_up(&cnt_s);
+        count_up(is_can1 ? &can1_cnt_s : &can2_cnt_s);
+        count_up(&list_cnt_s);
+    }
+    cnt_t = cnt_s + cnt_r;
+}
+
+void store_create_if_absent() {
+    if (store == nullptr) {
+        store = gtk_list_store_new(COL_NUM, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_STRING,
+                                   G_TYPE_STRING, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_STRING,
+                                   G_TYPE_STRING, G_TYPE_STRING);
+        gtk_tree_view_set_model(GTK_TREE_VIEW(bs_info.tree), GTK_TREE_MODEL(store));
+    }
+}
+
+void append_row(const PENDING_ROW& row) {
+    FRAME_TEXTS texts;
+    frame_texts(row.record, row.is_recv, row.number, &texts);
+    const char* data = texts.data[0] == '\0' ? nullptr : texts.data;
+    gtk_list_store_insert_with_values(store, nullptr, -1, COL_NO, texts.no, COL_CH, texts.ch,
+                                      COL_PATH, texts.path, COL_MOD, texts.mod, COL_ID, texts.id,
+                                      COL_TYPE, texts.type, COL_LEN, texts.len, COL_DATA, data,
+                                      COL_TIME, texts.time, -1);
+}
+
+void show_counts() {
+    for (const auto& [label, count] : kCountLabels) {
+        char text[12];
+        std::snprintf(text, sizeof text, "%d", *count);
+        show_text(bs_info.label_content[label], text);
+    }
+}
+
+void append_column(int index) {
+    const LOG_COLUMN& setup = kColumns[static_cast<std::size_t>(index)];
+    GtkCellRenderer* renderer = gtk_cell_renderer_text_new();
+    g_object_set(renderer, "font", kFont, nullptr);
+    GtkTreeViewColumn* column =
+        gtk_tree_view_column_new_with_attributes(setup.title, renderer, "text", index, nullptr);
+    gtk_tree_view_column_set_fixed_width(column, setup.width_px);
+    gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_GROW_ONLY);
+    gtk_tree_view_column_set_resizable(column, TRUE);
+    gtk_tree_view_append_column(GTK_TREE_VIEW(bs_info.tree), column);
+}
+
+}  // namespace
+
+void frame_texts(const UPBS_INFO& record, bool is_recv, int number, FRAME_TEXTS* texts) {
+    const CAN_FRAME_INFO& frame = record.frame_info;
+    const bool is_standard = frame.id_type == TAVU_SID;
+    const int length = CANFD_DecodeDLC(static_cast<unsigned char>(frame.dlc));
+    std::snprintf(texts->no, sizeof texts->no, "%d", number);
+    std::snprintf(texts->ch, sizeof texts->ch, "%d", frame.CAN_port + 1);
+    texts->path = is_recv ? "Recv" : "Send";
+    texts->mod = is_standard ? "SID" : "EID";
+    std::snprintf(texts->id, sizeof texts->id, is_standard ? "%03X" : "%08X", frame.id);
+    texts->type = type_text(frame);
+    std::snprintf(texts->len, sizeof texts->len, "%d", length);
+    data_text(frame.data, frame.rtr == 0 ? length : 0, texts->data);
+    std::memcpy(texts->time, record.now_time, sizeof texts->time);
+    texts->time[sizeof texts->time - 1] = '\0';
+}
+
+void frame_log_init() {
+    GtkTreeView* tree = GTK_TREE_VIEW(bs_info.tree);
+    for (int i = 0; i < COL_NUM; ++i) {
+        append_column(i);
+    }
+    gtk_tree_view_set_grid_lines(tree, GTK_TREE_VIEW_GRID_LINES_BOTH);
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    gtk_tree_view_set_rules_hint(tree, TRUE);
+    G_GNUC_END_IGNORE_DEPRECATIONS
+    store_create_if_absent();
+    // Clicks select no row.
+    g_signal_connect(tree, "button-press-event", G_CALLBACK(gtk_true), nullptr);
+}
+
+void frame_log_add(const UPBS_INFO& record, bool is_recv) {
+    if (cnt_t == kLogRowsMax) {
+        cnt_t = cnt_s = cnt_r = 0;
+        pending_cnt = 0;
+        wipe_pending = true;
+    }
+    if (list_cnt_r == 0 && list_cnt_s == 0) {
+        cnt_r = cnt_s = 0;
+    }
+    count_frame(record.frame_info.CAN_port == TAVU_CAN_1, is_recv);
+    pending[pending_cnt++] = {record, is_recv, cnt_t};
+}
+
+void frame_log_flush() {
+    if (pending_cnt == 0) {
+        return;
+    }
+    store_create_if_absent();
+    if (wipe_pending) {
+        gtk_list_store_clear(store);
+    }
+    for (const PENDING_ROW& row : std::span(pending).first(pending_cnt)) {
+        append_row(row);
+    }
+    pending_cnt = 0;
+    wipe_pending = false;
+    show_counts();
+}
+
+void show_text(GtkWidget* label, const char* text) {
+    if (std::strcmp(gtk_label_get_text(GTK_LABEL(label)), text) != 0) {
+        gtk_label_set_text(GTK_LABEL(label), text);
+    }
+}
+
+void list_insert(UPBS_INFO upbs_info, bool is_recv) {
+    frame_log_add(upbs_info, is_recv);
+    frame_log_flush();
+}
+
+void btn_clear_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
+    if (store != nullptr) {
+        gtk_list_store_clear(store);
+    }
+    list_cnt_s = list_cnt_r = 0;
+    can1_cnt_s = can2_cnt_s = can1_cnt_r = can2_cnt_r = 0;
+    show_counts();
+}

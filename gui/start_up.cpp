@@ -1,0 +1,134 @@
+// gui/start_up.cpp - user interface: builds the windows from the interface files, starts and stops.
+// Uses gui/guipart.h, service/apipart.h, service/traffic_queues.h.
+// Thread: main, before any worker runs.
+// SPDX-License-Identifier: MIT
+#include "gui/guipart.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+WINDOWS* windows = nullptr;
+GtkBuilder* MW_builder = nullptr;
+GtkBuilder* CS_builder = nullptr;
+GtkBuilder* ED_builder = nullptr;
+
+bool is_connect = false;
+bool is_active = false;
+bool is_recv_normal = true;
+int com_port = -1;
+
+namespace {
+
+constexpr const char* title_top = "TAVU Utility v1.0.2";
+constexpr const char* kIconPath = "./icon/CANbus.ico";
+constexpr int kMinWidth_px = 800;
+constexpr int kMinHeight_px = 600;
+constexpr guint kDisplayPeriod_ms = 1;
+
+guint display_timer = 0;
+
+// Loads an interface file from the working directory. When that fails, the program waits for Enter,
+// so that a terminal opened for it stays readable, and ends.
+GtkBuilder* load_interface(const char* file) {
+    GObjectRef<GtkBuilder> builder(gtk_builder_new());
+    GError* error = nullptr;
+    if (gtk_builder_add_from_file(builder.get(), file, &error) == 0) {
+        g_warning("%s", error->message);
+        g_error_free(error);
+        std::getchar();
+        std::exit(EXIT_FAILURE);
+    }
+    return builder.release();
+}
+
+void release_builders() {
+    g_clear_object(&MW_builder);
+    g_clear_object(&CS_builder);
+    g_clear_object(&ED_builder);
+}
+
+void set_default_icon() {
+    const GObjectRef<GdkPixbuf> icon(gdk_pixbuf_new_from_file(kIconPath, nullptr));
+    if (icon) {
+        gtk_window_set_default_icon(icon.get());
+    } else {
+        std::printf("Get icon from %s failed !\n", kIconPath);
+    }
+}
+
+void show_no_module() {
+    clear_log();
+    insert_log("No TAVU device !");
+    gtk_widget_set_sensitive(cd_info.btn_cnnt, FALSE);
+}
+
+}  // namespace
+
+void start_up(int* argc, char*** argv) {
+    gtk_init(argc, argv);
+    queues_reset();
+    load_UI();
+    windows = new WINDOWS{};
+    get_windows(windows);
+    gtk_builder_connect_signals(MW_builder, windows);
+    const int module_cnt = cd_init();
+    cs_init();
+    sl_init();
+    rs_init();
+    ss_init();
+    bs_init();
+    ed_init();
+    main_init();
+    release_builders();
+    if (module_cnt == 0) {
+        show_no_module();
+    }
+    display_timer = g_timeout_add(kDisplayPeriod_ms, update_BS_frame, nullptr);
+    gtk_widget_show_all(windows->main_window);
+}
+
+void shut_down() {
+    delete windows;
+    windows = nullptr;
+}
+
+void load_UI() {
+    MW_builder = load_interface("MainWindow.glade");
+    CS_builder = load_interface("CS_UI.glade");
+    ED_builder = load_interface("ED_UI.glade");
+}
+
+void get_windows(WINDOWS* result) {
+    result->main_window = lookup(MW_builder, "main_window");
+    result->ed_dialog = lookup(ED_builder, "EditData_dialog");
+}
+
+void main_init() {
+    GtkWindow* window = GTK_WINDOW(windows->main_window);
+    set_default_icon();
+    gtk_widget_set_size_request(windows->main_window, kMinWidth_px, kMinHeight_px);
+    gtk_window_set_resizable(window, TRUE);
+    gtk_window_set_title(window, title_top);
+    gtk_window_set_position(window, GTK_WIN_POS_CENTER);
+    wgt_show_hide(false, false);
+    g_signal_connect(window, "destroy", G_CALLBACK(destroy), nullptr);
+}
+
+void destroy(GtkWidget* /*widget*/, gpointer /*user_data*/) {
+    // The timer may be due in the very iteration that takes the labels away.
+    g_source_remove(display_timer);
+    if (is_connect) {
+        CAN_CNNT_INFO info{};
+        info.is_discnnt = true;
+        procConnect(com_port, &info);
+        is_connect = false;
+        is_active = false;
+    }
+    cb_quit();
+}
+
+void cb_quit() {
+    if (gtk_main_level() > 0) {
+        gtk_main_quit();
+    }
+}

@@ -1,0 +1,132 @@
+// tests/gui/ui_fixture.cpp - test: starts the user interface on two simulated modules.
+// Uses gui/guipart.h, sim/station.h.
+// Thread: main; each module is served by a thread of its own.
+// SPDX-License-Identifier: MIT
+#include "tests/gui/ui_fixture.h"
+
+#include <algorithm>
+
+namespace {
+
+struct Modules {
+    sim::Station usb1{{.device = "/dev/ttyUSB1"}};
+    sim::Station acm0{{.device = "/dev/ttyACM0"}};
+};
+
+Modules& modules() {
+    static Modules both;
+    return both;
+}
+
+}  // namespace
+
+void UiTest::SetUpTestSuite() {
+    if (windows == nullptr) {
+        modules();
+        start_up(nullptr, nullptr);
+    }
+}
+
+void UiTest::TearDown() {
+    for (const int row : {ROW_USB1, ROW_ACM0}) {
+        station(row).set_fault(sim::Fault::none);
+    }
+    if (is_connect) {
+        click(cd_info.btn_cnnt);
+    }
+    for (const int row : {ROW_USB1, ROW_ACM0}) {
+        station(row).set_state({});
+        station(row).forget_commands();
+    }
+}
+
+sim::Station& station(int row) {
+    return row == ROW_USB1 ? modules().usb1 : modules().acm0;
+}
+
+bool connect_to(int row) {
+    choose(cd_info.cbbox, row);
+    click(cd_info.btn_cnnt);
+    return is_connect;
+}
+
+bool start_can() {
+    click(cd_info.btn_start);
+    return is_active;
+}
+
+bool run_until(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        g_main_context_iteration(nullptr, TRUE);  // the display timer wakes it every millisecond
+    }
+    return true;
+}
+
+void click(GtkWidget* button) {
+    gtk_button_clicked(GTK_BUTTON(button));
+}
+
+void choose(GtkWidget* combo, int row) {
+    gtk_combo_box_set_active(GTK_COMBO_BOX(combo), row);
+}
+
+void choose_text(GtkWidget* combo, const std::string& text) {
+    const Lines rows = rows_of(combo);
+    const auto found = std::find(rows.begin(), rows.end(), text);
+    ASSERT_NE(found, rows.end()) << text;
+    choose(combo, static_cast<int>(found - rows.begin()));
+}
+
+void type_text(GtkWidget* entry, const char* text) {
+    gtk_entry_set_text(GTK_ENTRY(entry), text);
+}
+
+std::string shown(GtkWidget* widget) {
+    if (GTK_IS_LABEL(widget)) {
+        return gtk_label_get_text(GTK_LABEL(widget));
+    }
+    if (GTK_IS_BUTTON(widget)) {
+        return gtk_button_get_label(GTK_BUTTON(widget));
+    }
+    if (GTK_IS_ENTRY(widget)) {
+        return gtk_entry_get_text(GTK_ENTRY(widget));
+    }
+    const GText text(gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(widget)));
+    return text ? text.get() : "(none)";
+}
+
+Lines rows_of(GtkWidget* combo_or_view) {
+    GtkTreeModel* model = GTK_IS_COMBO_BOX(combo_or_view)
+                              ? gtk_combo_box_get_model(GTK_COMBO_BOX(combo_or_view))
+                              : gtk_tree_view_get_model(GTK_TREE_VIEW(combo_or_view));
+    Lines lines;
+    GtkTreeIter row;
+    for (int index = 0;
+         model != nullptr && gtk_tree_model_iter_nth_child(model, &row, nullptr, index) != FALSE;
+         ++index) {
+        gchar* text = nullptr;
+        gtk_tree_model_get(model, &row, 0, &text, -1);
+        const GText owned(text);
+        lines.emplace_back(text != nullptr ? text : "");
+    }
+    return lines;
+}
+
+Lines log_lines() {
+    return rows_of(sl_info.tree);
+}
+
+std::vector<sim::Bytes> sent(int row, std::uint8_t command) {
+    constexpr std::ptrdiff_t kClosing = 3;  // checksum, CR, LF
+    std::vector<sim::Bytes> found;
+    for (const sim::Bytes& frame : station(row).commands()) {
+        if (frame.front() == command) {
+            found.emplace_back(frame.begin(), frame.end() - kClosing);
+        }
+    }
+    return found;
+}
