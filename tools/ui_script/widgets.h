@@ -1,0 +1,58 @@
+// tools/ui_script/widgets.h - tool: finds, reads and operates the widgets of a running program.
+// Uses GTK only; may be included by tools/ui_script.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#ifndef TOOLS_UI_SCRIPT_WIDGETS_H
+#define TOOLS_UI_SCRIPT_WIDGETS_H
+
+#include <gtk/gtk.h>
+
+#include <optional>
+#include <string>
+
+namespace ui_script {
+
+// The widget with this id in its interface file, in any window, hidden ones too; NULL when there is
+// none.
+GtkWidget* find_by_id(const std::string& id);
+
+// The button of an open dialog that shows this label; mnemonic underscores do not count.
+GtkWidget* find_dialog_button(const std::string& label);
+
+// The open window with this id or, for windows without one, this title.
+GtkWidget* find_window(const std::string& id_or_title);
+
+// The first open window that is no dialog.
+GtkWidget* find_main_window();
+
+// The open file chooser dialog.
+GtkWidget* find_file_chooser();
+
+// What a user reads: the text of a label or entry, a button's label, a combo's selected row, "on"
+// or "off" of a check box, the number of rows of a tree view, a window's title. None for other
+// widgets.
+std::optional<std::string> text_of(GtkWidget* widget);
+
+// The text of a tree view's cell; row and column count from 0, a negative row from the end (-1: the
+// last).
+std::optional<std::string> cell_text(GtkTreeView* view, int row, int column);
+
+// True when a cell of column 0 contains the text.
+bool any_row_contains(GtkTreeView* view, const std::string& text);
+
+// Turns the notebooks around the widget to its page, then says why a user could not operate the
+// widget: NULL when nothing stands in the way.
+const char* why_unusable(GtkWidget* widget);
+
+// Selects the combo's row with this text; false when there is none.
+bool select_row(GtkComboBox* combo, const std::string& text);
+
+// Presses and releases a key in the widget's window; it arrives at whatever has the focus there.
+void press_key(GtkWidget* widget, guint key);
+
+// Closes a window as its close button would: asks it, then destroys it unless it refuses.
+void close_window(GtkWidget* window);
+
+}  // namespace ui_script
+
+#endif
