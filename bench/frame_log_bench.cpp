@@ -1,0 +1,218 @@
+// bench/frame_log_bench.cpp - benchmark: the frame log against nine cell writes a row, one row a
+// record. Runs in the folder of the interface files, on an X display (xvfb-run will do). Thread:
+// main thread, and one that plays the receive worker. SPDX-License-Identifier: MIT
+#include "gui/frame_log.h"
+#include "gui/guipart.h"
+
+#include "service/apipart.h"
+#include "service/traffic_queues.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr int kRowsTimed = 50'000;
+constexpr int kBacklogPerRing = kRingSlots - 1;
+constexpr guint kRunLength_ms = 5000;
+
+double ms_since(Clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// Classic frames, and every fourth one a CAN FD frame of 64 bytes.
+UPBS_INFO sample_record(int number) {
+    UPBS_INFO record{};
+    std::snprintf(record.now_time, sizeof record.now_time, "12:34:56:789");
+    CAN_FRAME_INFO& frame = record.frame_info;
+    std::snprintf(frame.recv_time, sizeof frame.recv_time, "12:34:56:789");
+    const bool is_fd = number % 4 == 0;
+    frame.CAN_port = number % 2;
+    frame.id_type = number % 3 == 0 ? TAVU_EID : TAVU_SID;
+    frame.id = static_cast<unsigned>(number) & 0x7FFU;
+    frame.fdf = is_fd ? TAVU_FDF_ON : TAVU_FDF_OFF;
+    frame.dlc = is_fd ? 15 : 8;
+    for (unsigned char& byte : frame.data) {
+        byte = static_cast<unsigned char>(number++);
+    }
+    return record;
+}
+
+// ---- The naive way -------------------------------------------------------------------------
+
+int naive_rows = 0;
+int naive_count = 0;
+
+void naive_insert(const UPBS_INFO& record, bool is_recv) {
+    if (naive_rows == kLogRowsMax) {
+        naive_rows = 0;
+        gtk_list_store_clear(store);
+    }
+    FRAME_TEXTS texts;
+    frame_texts(record, is_recv, ++naive_rows, &texts);
+    GtkTreeIter row;
+    gtk_list_store_append(store, &row);
+    gtk_list_store_set(store, &row, COL_NO, texts.no, -1);
+    gtk_list_store_set(store, &row, COL_CH, texts.ch, -1);
+    gtk_list_store_set(store, &row, COL_PATH, texts.path, -1);
+    gtk_list_store_set(store, &row, COL_MOD, texts.mod, -1);
+    gtk_list_store_set(store, &row, COL_ID, texts.id, -1);
+    gtk_list_store_set(store, &row, COL_TYPE, texts.type, -1);
+    gtk_list_store_set(store, &row, COL_LEN, texts.len, -1);
+    gtk_list_store_set(store, &row, COL_DATA, texts.data, -1);
+    gtk_list_store_set(store, &row, COL_TIME, texts.time, -1);
+    char count[12];
+    std::snprintf(count, sizeof count, "%d", ++naive_count);
+    gtk_label_set_text(GTK_LABEL(bs_info.label_content[BS_LABEL_RECV1_C]), count);
+}
+
+int naive_tick(gpointer /*user_data*/) {
+    UPBS_INFO record;
+    bool more = true;
+    while (more) {
+        more = false;
+        if (recv_queue_pop(&record)) {
+            naive_insert(record, true);
+            more = true;
+        }
+        if (send_queue_pop(&record)) {
+            naive_insert(record, false);
+            more = true;
+        }
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+// ---- Measurements --------------------------------------------------------------------------
+
+struct REDRAWS {
+    Clock::time_point last;
+    double longest_gap_ms;
+    int count;
+};
+REDRAWS redraws;
+
+int on_draw(GtkWidget* /*window*/, cairo_t* /*cairo*/, gpointer /*user_data*/) {
+    redraws.longest_gap_ms = std::max(redraws.longest_gap_ms, ms_since(redraws.last));
+    redraws.last = Clock::now();
+    ++redraws.count;
+    return FALSE;
+}
+
+int on_run_over(gpointer /*user_data*/) {
+    gtk_main_quit();
+    return G_SOURCE_REMOVE;
+}
+
+void empty_rings() {
+    UPBS_INFO record;
+    while (recv_queue_pop(&record) || send_queue_pop(&record)) {
+    }
+}
+
+// Pushes `rate` records a second into the receive ring for the length of a run. It ends by itself:
+// a tick that cannot keep up drains for as long as records come.
+void feed(int rate) {
+    const Clock::time_point start = Clock::now();
+    int pushed = 0;
+    for (double ms = 0; ms < kRunLength_ms; ms = ms_since(start)) {
+        const int due = static_cast<int>(ms / 1000.0 * rate);
+        for (; pushed < due; ++pushed) {
+            recv_queue_push(sample_record(pushed).frame_info);
+        }
+        std::this_thread::sleep_for(milliseconds{1});
+    }
+}
+
+REDRAWS redraws_at(int rate, GSourceFunc tick) {
+    redraws = {Clock::now(), 0, 0};
+    std::thread feeder(feed, rate);
+    const guint timer = g_timeout_add(1, tick, nullptr);
+    g_timeout_add_full(G_PRIORITY_HIGH, kRunLength_ms, on_run_over, nullptr, nullptr);
+    gtk_main();
+    g_source_remove(timer);
+    redraws.longest_gap_ms = std::max(redraws.longest_gap_ms, ms_since(redraws.last));
+    feeder.join();
+    empty_rings();
+    return redraws;
+}
+
+double rows_per_second(void (*insert)(const UPBS_INFO&, bool)) {
+    const Clock::time_point start = Clock::now();
+    for (int i = 0; i < kRowsTimed; ++i) {
+        insert(sample_record(i), true);
+    }
+    return kRowsTimed / ms_since(start) * 1000.0;
+}
+
+double backlog_ms(GSourceFunc tick) {
+    empty_rings();
+    for (int i = 0; i < kBacklogPerRing; ++i) {
+        const CAN_FRAME_INFO frame = sample_record(i).frame_info;
+        recv_queue_push(frame);
+        send_queue_push(frame);
+    }
+    const Clock::time_point start = Clock::now();
+    tick(nullptr);
+    return ms_since(start);
+}
+
+void insert_single(const UPBS_INFO& record, bool is_recv) {
+    list_insert(record, is_recv);
+}
+
+void show_window(int* argc, char*** argv) {
+    gtk_init(argc, argv);
+    queues_reset();
+    load_UI();
+    windows = new WINDOWS{};
+    get_windows(windows);
+    cd_init();
+    cs_init();
+    sl_init();
+    rs_init();
+    ss_init();
+    bs_init();
+    ed_init();
+    wgt_show_hide(false, false);
+    gtk_widget_show_all(windows->main_window);
+    while (gtk_events_pending() != FALSE) {
+        gtk_main_iteration();
+    }
+    g_signal_connect_after(windows->main_window, "draw", G_CALLBACK(on_draw), nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    show_window(&argc, &argv);
+
+    const double rows_naive = rows_per_second(naive_insert);
+    const double rows = rows_per_second(insert_single);
+    std::printf("rows one by one                %10.0f /s   naive %10.0f /s   ratio %.1f\n", rows,
+                rows_naive, rows / rows_naive);
+
+    const double backlog_naive = backlog_ms(naive_tick);
+    const double backlog = backlog_ms(update_BS_frame);
+    std::printf("backlog of %d records     %10.1f ms   naive %10.1f ms   ratio %.0f\n",
+                2 * kBacklogPerRing, backlog, backlog_naive, backlog_naive / backlog);
+
+    for (const int rate : {1'000, 8'000, 45'000, 150'000}) {
+        const REDRAWS naive = redraws_at(rate, naive_tick);
+        const REDRAWS ours = redraws_at(rate, update_BS_frame);
+        const double seconds = kRunLength_ms / 1000.0;
+        std::printf("redraws at %6d records/s   %10.1f /s   naive %10.1f /s   ratio %.1f\n", rate,
+                    ours.count / seconds, naive.count / seconds,
+                    static_cast<double>(ours.count) / std::max(naive.count, 1));
+        std::printf("  longest gap                  %10.0f ms   naive %10.0f ms\n",
+                    ours.longest_gap_ms, naive.longest_gap_ms);
+    }
+    return EXIT_SUCCESS;
+}

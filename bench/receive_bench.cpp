@@ -1,0 +1,81 @@
+// bench/receive_bench.cpp - benchmark: reports per second of each kind, beside a bare loop of the
+// same two reads. Uses lib/lib_tavu_2.h and bench/wire_pair.h. SPDX-License-Identifier: MIT
+#include "lib/lib_tavu_2.h"
+
+#include <unistd.h>
+
+#include <array>
+
+#include "bench/ratio_reporter.h"
+#include "bench/wire_pair.h"
+
+namespace {
+
+struct ReportKind {
+    const char* name;
+    std::array<std::uint8_t, 3> header;
+    std::size_t length;  // bytes
+};
+
+constexpr std::array kKinds{
+    ReportKind{"CAN 2.0B (E1)", {0xE1, 0x81, 0x00}, 17},
+    ReportKind{"time-stamped (E2)", {0xE2, 0x81, 0x00}, 25},
+    ReportKind{"CAN FD 8 bytes (F1)", {0xF1, 0x81, 0x04}, 26},
+    ReportKind{"CAN FD 64 bytes (F1)", {0xF1, 0xF1, 0x05}, 82},
+    ReportKind{"protocol status (99 04)", {0x99, 0x04, 0x00}, 17},
+};
+constexpr std::size_t kReportsPerBlock = 512;
+
+std::vector<std::uint8_t> block_of(const ReportKind& kind) {
+    std::vector<std::uint8_t> block;
+    for (std::size_t i = 0; i < kReportsPerBlock; ++i) {
+        block.insert(block.end(), kind.header.begin(), kind.header.end());
+        block.resize((i + 1) * kind.length, 0x01);
+    }
+    return block;
+}
+
+void read_whole(int fd, std::uint8_t* to, std::size_t length) {
+    for (std::size_t got = 0; got < length;) {
+        const ssize_t piece = read(fd, to + got, length - got);
+        got += piece > 0 ? static_cast<std::size_t>(piece) : 0;
+    }
+}
+
+void bare(benchmark::State& state, const ReportKind& kind) {
+    bench::WirePair wire;
+    wire.stream(block_of(kind));
+    std::array<std::uint8_t, 82> report{};
+    for (auto _ : state) {
+        read_whole(wire.slave(), report.data(), 3);
+        read_whole(wire.slave(), report.data() + 3, kind.length - 3);
+        benchmark::DoNotOptimize(report);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void receive(benchmark::State& state, const ReportKind& kind) {
+    bench::WirePair wire;
+    wire.stream(block_of(kind));
+    CAN_FRAME_INFO frame{};
+    for (auto _ : state) {
+        while (TAVUReceive_CANFD(wire.port(), &frame) != TAVU_REPORT) {
+        }
+        benchmark::DoNotOptimize(frame);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (const ReportKind& kind : kKinds) {
+        const std::string name = kind.name;
+        for (auto* run :
+             {benchmark::RegisterBenchmark(("bare/" + name).c_str(), bare, kind),
+              benchmark::RegisterBenchmark(("TAVUReceive_CANFD/" + name).c_str(), receive, kind)}) {
+            run->UseRealTime()->MinTime(0.3)->Repetitions(7)->ReportAggregatesOnly();
+        }
+    }
+    return bench::run_with_ratios(argc, argv);
+}

@@ -1,0 +1,30 @@
+// tests/fuzz/import_fuzz.cpp - test: any file may be imported; a short one sends nothing.
+// Uses lib/lib_tavu_2.h and tests/fuzz/wire.h. Thread: one.
+// SPDX-License-Identifier: MIT
+#include "lib/lib_tavu_2.h"
+
+#include "tests/fuzz/wire.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <stdio.h>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const int port = fuzz::open_port();
+    const int file = memfd_create("import", 0);
+    if (file < 0 || write(file, data, size) != static_cast<ssize_t>(size)) {
+        fuzz::finding("the input could not be stored");
+    }
+    std::array<char, 32> path{};
+    snprintf(path.data(), path.size(), "/proc/self/fd/%d", file);
+    fuzz::feed({});
+    const int result = TAVUImpCfg(port, path.data());
+    close(file);
+    constexpr std::size_t kFileLength_bytes = 92;
+    if (size < kFileLength_bytes && (result == 0 || fuzz::bytes_written() != 0)) {
+        fuzz::finding("a short file was sent to the module");
+    }
+    return 0;
+}

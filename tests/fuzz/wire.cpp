@@ -1,0 +1,106 @@
+// tests/fuzz/wire.cpp - test: the calls underneath the library, replaced for fuzzing: input comes
+// from memory, no call waits. Uses lib/link.h to enter a port into the open-port list.
+// SPDX-License-Identifier: MIT
+#include "tests/fuzz/wire.h"
+
+#include "lib/link.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdio.h>
+
+namespace {
+
+constexpr int kPort = 24;
+
+int g_port_fd = -1;
+std::span<const std::uint8_t> g_input;
+std::uint32_t g_piece_state = 1;
+std::size_t g_written = 0;
+
+// Mostly whole reads, as on a live line; one in four is cut short.
+std::size_t next_piece(std::size_t wanted) {
+    g_piece_state = g_piece_state * 1664525U + 1013904223U;
+    const std::uint32_t dice = g_piece_state >> 16;
+    return dice % 4 != 0 ? wanted : std::min<std::size_t>(wanted, dice / 4 % 8);
+}
+
+}  // namespace
+
+namespace fuzz {
+
+int open_port() {
+    g_port_fd = open("/dev/null", O_RDWR);
+    tavu::COM_NODE node{};
+    node.is_legal = true;
+    node.com_port = kPort;
+    node.fd = g_port_fd;
+    tavu::create_com_list(true, node);
+    return kPort;
+}
+
+void feed(std::span<const std::uint8_t> input) {
+    g_piece_state = input.empty() ? 1 : input.front();
+    g_input = input.empty() ? input : input.subspan(1);
+    g_written = 0;
+}
+
+std::size_t bytes_left() {
+    return g_input.size();
+}
+
+std::size_t bytes_written() {
+    return g_written;
+}
+
+void finding(const char* what) {
+    fprintf(stderr, "finding: %s\n", what);
+    abort();
+}
+
+}  // namespace fuzz
+
+extern "C" {
+
+ssize_t __real_read(int fd, void* buffer, size_t count);
+ssize_t __real_write(int fd, const void* buffer, size_t count);
+int __real_poll(pollfd* requests, nfds_t count, int timeout_ms);
+
+ssize_t __wrap_read(int fd, void* buffer, size_t count) {
+    if (fd != g_port_fd) {
+        return __real_read(fd, buffer, count);
+    }
+    const std::size_t piece = std::min(g_input.size(), next_piece(count));
+    std::copy_n(g_input.begin(), piece, static_cast<std::uint8_t*>(buffer));
+    g_input = g_input.subspan(piece);
+    return static_cast<ssize_t>(piece);
+}
+
+ssize_t __wrap_write(int fd, const void* buffer, size_t count) {
+    if (fd != g_port_fd) {
+        return __real_write(fd, buffer, count);
+    }
+    g_written += count;
+    return static_cast<ssize_t>(count);
+}
+
+// Input is there at once or never.
+int __wrap_poll(pollfd* requests, nfds_t count, int timeout_ms) {
+    if (count == 0 || requests[0].fd != g_port_fd) {
+        return __real_poll(requests, count, timeout_ms);
+    }
+    for (nfds_t i = 1; i < count; ++i) {
+        requests[i].revents = 0;
+    }
+    const bool ready = (requests[0].events & POLLOUT) != 0 || !g_input.empty();
+    requests[0].revents = static_cast<short>(ready ? requests[0].events & (POLLIN | POLLOUT) : 0);
+    return ready ? 1 : 0;
+}
+
+// The exchange's wait for the reply.
+void __wrap_TAVUSleep(int) {}
+}

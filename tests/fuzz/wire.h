@@ -1,0 +1,28 @@
+// tests/fuzz/wire.h - test: the calls underneath the library, replaced for fuzzing: input comes
+// from memory, no call waits. May be included by tests/fuzz. The fuzz targets are linked with
+// --wrap for each replaced call. SPDX-License-Identifier: MIT
+#ifndef TESTS_FUZZ_WIRE_H
+#define TESTS_FUZZ_WIRE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace fuzz {
+
+// An open port of the library; its number.
+int open_port();
+
+// What the port's reads bring from now on. The first byte of `input` seeds the size of each piece.
+void feed(std::span<const std::uint8_t> input);
+std::size_t bytes_left();
+
+// Bytes that the library has written since the last feed.
+std::size_t bytes_written();
+
+// Reports `what` and aborts, so that the input is kept.
+[[noreturn]] void finding(const char* what);
+
+}  // namespace fuzz
+
+#endif
