@@ -207,7 +207,7 @@ void Bus::complete(const Transmission& sent, Instant now) {
     }
     if (sent.sender == kNode) {
         const nanoseconds period(static_cast<std::int64_t>(1e9 / options_.traffic_per_s));
-        node_due_ = std::max(node_due_ + period, now - kNodeBacklog);
+        node_due_ += period;
         node_frame_.reset();
         prepare_node_frame(now);
     } else {
@@ -288,7 +288,9 @@ void Bus::prepare_node_frame(Instant now) {
     const bool fd = std::all_of(ports_.begin(), ports_.end(),
                                 [](const PortSettings& port) { return !port.started || port.fd; });
     node_frame_ = traffic_.next(fd);
-    node_due_ = std::max(node_due_, now - kNodeBacklog);
+    if (node_due_ < now - kNodeBacklog) {
+        node_due_ = now;
+    }
 }
 
 const PortSettings& Bus::rates_of(int sender) const {

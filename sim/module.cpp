@@ -68,8 +68,10 @@ ErrorData status_data(const ErrorCounters& counters) {
 }  // namespace
 
 Bytes reply(std::uint8_t command, Status status, ByteView data) {
-    Bytes bytes{command, static_cast<std::uint8_t>(status)};
-    bytes.insert(bytes.end(), data.begin(), data.end());
+    Bytes bytes(2 + data.size());
+    bytes[0] = command;
+    bytes[1] = static_cast<std::uint8_t>(status);
+    std::copy(data.begin(), data.end(), bytes.begin() + 2);
     seal(bytes);
     return bytes;
 }

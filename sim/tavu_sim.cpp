@@ -78,7 +78,7 @@ class ControlFifo {
             const std::string line = pending_.substr(0, end);
             pending_.erase(0, end + 1);
             if (const std::string wrong = sim::control(stations, line); !wrong.empty()) {
-                complain("control: " + wrong + ": '" + line + "'");
+                std::fprintf(stderr, "tavu-sim: control: %s: '%s'\n", wrong.c_str(), line.c_str());
             }
         }
     }

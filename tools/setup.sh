@@ -1,7 +1,7 @@
 # tools/setup.sh - tool: what ./demo and ./check share. Sourced, not run.
 # SPDX-License-Identifier: MIT
 
-run_packages="libgtk-3-0 librsvg2-common adwaita-icon-theme fonts-dejavu-core xvfb xauth"
+run_packages="libgtk-3-0 librsvg2-common adwaita-icon-theme fonts-dejavu-core xvfb"
 build_packages="g++ cmake ninja-build pkg-config libgtk-3-dev"
 test_packages="libgtest-dev libgmock-dev libbenchmark-dev clang clang-tidy clang-format libclang-rt-14-dev lcov"
 

@@ -12,28 +12,34 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What the next file dialog is answered with, and what it proposed.
+// How the next file dialog is answered, and the path that it proposed.
 struct Answering {
     gint response;
     fs::path path;
-    std::string title;
-    std::string proposed;
-    std::string folder;
+    fs::path proposed;
+    bool path_set = false;
 };
 
 GtkWidget* open_dialog() {
     GtkWidget* found = nullptr;
     GList* toplevels = gtk_window_list_toplevels();
     for (GList* item = toplevels; item != nullptr; item = item->next) {
-        if (GTK_IS_FILE_CHOOSER_DIALOG(item->data)) {
-            found = GTK_WIDGET(item->data);
-        }
+        found = GTK_IS_FILE_CHOOSER_DIALOG(item->data) ? GTK_WIDGET(item->data) : found;
     }
     g_list_free(toplevels);
     return found;
 }
 
-// Called over and over while the dialog's loop runs, until the chooser has taken the path.
+void set_path(GtkFileChooser* chooser, const fs::path& path) {
+    if (gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_SAVE) {
+        gtk_file_chooser_set_current_folder(chooser, path.parent_path().c_str());
+        gtk_file_chooser_set_current_name(chooser, path.filename().c_str());
+    } else {
+        gtk_file_chooser_set_filename(chooser, path.c_str());
+    }
+}
+
+// Runs over and over inside the dialog's loop: the chooser takes and gives paths in its own time.
 gboolean answer_dialog(gpointer data) {
     Answering& answering = *static_cast<Answering*>(data);
     GtkWidget* dialog = open_dialog();
@@ -41,36 +47,28 @@ gboolean answer_dialog(gpointer data) {
         return TRUE;
     }
     GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
+    const GText shown_path(gtk_file_chooser_get_filename(chooser));
     const bool saves = gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_SAVE;
-    if (answering.title.empty()) {
-        const GText folder(gtk_file_chooser_get_current_folder(chooser));
-        if (!folder) {
-            return TRUE;  // still being read
-        }
-        const GText name(saves ? gtk_file_chooser_get_current_name(chooser) : nullptr);
-        answering.title = gtk_window_get_title(GTK_WINDOW(dialog));
-        answering.folder = folder.get();
-        answering.proposed = name ? name.get() : "";
-        gtk_file_chooser_set_current_folder(chooser, answering.path.parent_path().c_str());
-        if (saves) {
-            gtk_file_chooser_set_current_name(chooser, answering.path.filename().c_str());
-        } else {
-            gtk_file_chooser_set_filename(chooser, answering.path.c_str());
-        }
+    if (!answering.path_set && (!saves || shown_path)) {
+        answering.proposed = shown_path ? shown_path.get() : "";
+        set_path(chooser, answering.path);
+        answering.path_set = true;
+        return TRUE;
     }
-    const GText taken(gtk_file_chooser_get_filename(chooser));
-    if (answering.response == GTK_RESPONSE_OK && (!taken || answering.path != taken.get())) {
+    if (answering.response == GTK_RESPONSE_OK &&
+        (!shown_path || answering.path != shown_path.get())) {
         return TRUE;
     }
     gtk_dialog_response(GTK_DIALOG(dialog), answering.response);
     return FALSE;
 }
 
-Answering click_and_answer(int button, gint response, const fs::path& path) {
-    Answering answering{response, path, {}, {}, {}};
+// Clicks the button and returns what its dialog proposed.
+fs::path click_and_answer(int button, gint response, const fs::path& path) {
+    Answering answering{response, path, {}};
     g_timeout_add(5, answer_dialog, &answering);
     click(cs_info.btn[button]);
-    return answering;
+    return answering.proposed;
 }
 
 class ConfigDialogs : public UiTest {
@@ -88,16 +86,13 @@ TEST_F(ConfigDialogs, ExportedFileIsImportedAgain) {
     ASSERT_TRUE(connect_to(ROW_USB1));
     choose_text(cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD], "Baud 400K");
 
-    const Answering saved = click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file);
-    EXPECT_EQ(saved.title, "Save");
-    EXPECT_EQ(saved.proposed, "tavu.cfg");
-    EXPECT_EQ(saved.folder, fs::current_path());
+    EXPECT_EQ(click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file),
+              fs::current_path() / "tavu.cfg");
     EXPECT_EQ(log_lines(), Lines{"Export CFG successfully !"});
     EXPECT_EQ(fs::file_size(file), 92U);
 
     choose_text(cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD], "Baud 1M");
-    const Answering opened = click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
-    EXPECT_EQ(opened.title, "Open");
+    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
     EXPECT_EQ(log_lines(), Lines{"Import CFG successfully !"});
     EXPECT_EQ(shown(cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD]), "Baud 400K");
 }
@@ -115,15 +110,18 @@ TEST_F(ConfigDialogs, CancelledExportHasAppliedTheSettingsAndLogsNoMore) {
 
 TEST_F(ConfigDialogs, PathBeyondTheImportLimitIsRefusedBeforeAnythingIsSent) {
     const std::string part(200, 'x');
-    const fs::path deep = folder_ / part / part / part / part / part;
+    const fs::path deep = folder_ / part / part / part / part;
     fs::create_directories(deep);
-    const fs::path file = deep / "deep.cfg";
-    ASSERT_GT(file.string().size(), 1023U);
+    // Cut to the limit, the path would name another valid file.
+    const std::string fitting = deep / std::string(1023 - deep.string().size() - 1, 'y');
     ASSERT_TRUE(connect_to(ROW_USB1));
-    ASSERT_EQ(procCfg(com_port, std::string(file).data(), false), 0);
+    ASSERT_EQ(procCfg(com_port, std::string(fitting).data(), false), 0);
+    fs::copy(fitting, fitting + "z");
     station(ROW_USB1).forget_commands();
 
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
+    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, fitting + "z");
     EXPECT_EQ(log_lines(), Lines{"Import CFG failed !"});
     EXPECT_TRUE(station(ROW_USB1).commands().empty());
+    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, fitting);
+    EXPECT_EQ(log_lines(), Lines{"Import CFG successfully !"});
 }

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -13,45 +14,22 @@ using StartUp = UiTest;
 
 namespace {
 
-// Widget ids of one kind; "#" stands for the numbers 0 to `cnt` - 1, or for the channel suffix of
-// the settings file ("" and "1") when `cnt` is 0.
-struct Ids {
-    GType type;
-    int cnt;
-    Lines ids;
-};
-
-Lines expanded(const Ids& group) {
-    Lines all;
-    for (const std::string& id : group.ids) {
-        const std::size_t mark = id.find('#');
-        if (mark == std::string::npos) {
-            all.push_back(id);
-            continue;
-        }
-        Lines fillings{"", "1"};
-        if (group.cnt > 0) {
-            fillings.clear();
-            for (int number = 0; number < group.cnt; ++number) {
-                fillings.push_back(std::to_string(number));
-            }
-        }
-        for (const std::string& filling : fillings) {
-            all.push_back(std::string(id).replace(mark, 1, filling));
-        }
+// Expects a file to have the widgets of a list separated by blanks, each of a kind.
+void expect_ids(GtkBuilder* builder, GType type, const std::string& ids, const char* suffix = "") {
+    std::istringstream list(ids);
+    for (std::string id; list >> id;) {
+        GObject* widget = gtk_builder_get_object(builder, (id += suffix).c_str());
+        ASSERT_NE(widget, nullptr) << id;
+        EXPECT_TRUE(g_type_is_a(G_OBJECT_TYPE(widget), type)) << id;
     }
-    return all;
 }
 
-void expect_ids(const char* file, const std::vector<Ids>& groups) {
-    const GObjectRef<GtkBuilder> builder(gtk_builder_new_from_file(file));
-    for (const Ids& group : groups) {
-        for (const std::string& id : expanded(group)) {
-            GObject* widget = gtk_builder_get_object(builder.get(), id.c_str());
-            ASSERT_NE(widget, nullptr) << file << " lacks " << id;
-            EXPECT_TRUE(g_type_is_a(G_OBJECT_TYPE(widget), group.type)) << id;
-        }
+std::string numbered(const std::string& prefix, int cnt) {
+    std::string ids;
+    for (int number = 0; number < cnt; ++number) {
+        ids += prefix + std::to_string(number) + "_entry ";
     }
+    return ids;
 }
 
 }  // namespace
@@ -74,51 +52,48 @@ TEST(StartUpDeathTest, MissingInterfaceFileEndsTheProgram) {
     fs::remove_all(folder);
 }
 
-TEST_F(StartUp, InterfaceFilesHaveEveryWidgetOfItsKind) {
-    expect_ids(
-        "MainWindow.glade",
-        {{GTK_TYPE_WINDOW, 0, {"main_window"}},
-         {GTK_TYPE_CONTAINER,
-          0,
-          {"CS_frame", "CS1_container_grid", "CS2_container_grid", "r_Recv_grid", "s_Send_grid",
-           "BS_frame"}},
-         {GTK_TYPE_BOX, 0, {"Device_info_vbox"}},
-         {GTK_TYPE_NOTEBOOK, 0, {"cs_notebook"}},
-         {GTK_TYPE_COMBO_BOX_TEXT,
-          0,
-          {"SerialPort_cbox", "s_CAN_CH_cbox", "s_CAN_Len_cbox", "ErrorType_cbbox"}},
-         {GTK_TYPE_BUTTON,
-          0,
-          {"Connect_btn", "Start_btn", "CS_Reset_btn", "CS_Export_btn", "CS_Import_btn",
-           "s_Send_btn", "s_Stop_btn", "s_EditData_btn", "clear_btn"}},
-         {GTK_TYPE_TREE_VIEW, 0, {"Log_treeview", "CAN_data_treeview"}},
-         {GTK_TYPE_SCROLLED_WINDOW, 0, {"bs_scroll_window"}},
-         {GTK_TYPE_CHECK_BUTTON,
-          0,
-          {"r_NonBlock_checkbox", "s_EID_checkbox", "s_RTR_checkbox", "s_IncreaseID_checkbox",
-           "s_FDF_checkbox", "s_BRS_checkbox"}},
-         {GTK_TYPE_ENTRY,
-          8,
-          {"r_TimeOut_entry", "r_Count_entry", "s_Count_entry", "s_Interval_entry", "s_Times_entry",
-           "s_ID_entry", "s_D#_entry"}},
-         {GTK_TYPE_LABEL,
-          0,
-          {"r_Timeout_label", "r_Count_label", "s_Interval_lab", "bs_can1_ecr_lab",
-           "bs_can2_ecr_lab", "bs_eeprom_lab", "bs_can1_psr_lab", "bs_can2_psr_lab",
-           "bs_send_content_1", "bs_send_content_2", "bs_recv_content_1", "bs_recv_content_2"}}});
-    expect_ids("CS_UI.glade",
-               {{GTK_TYPE_GRID, 0, {"CS1_gird", "CS2_gird"}},
-                {GTK_TYPE_CHECK_BUTTON, 0, {"ListenMode_checkbox#", "FDEN_checkbox#"}},
-                {GTK_TYPE_COMBO_BOX_TEXT, 0, {"NRate_cbbox#", "DRate_cbbox#", "Filter_cbbox#"}},
-                {GTK_TYPE_ENTRY, 0, {"ID_entry#", "Mask_entry#"}},
-                {GTK_TYPE_LABEL,
-                 0,
-                 {"cs_ID_label#", "cs_Mask_label#", "cs_NRate_label#", "cs_DRate_label#",
-                  "cs_Filter_label#"}}});
-    expect_ids("ED_UI.glade", {{GTK_TYPE_DIALOG, 0, {"EditData_dialog"}},
-                               {GTK_TYPE_CONTAINER, 0, {"ED_frame"}},
-                               {GTK_TYPE_BUTTON, 0, {"ed_clear_btn", "ed_auto_fill_btn"}},
-                               {GTK_TYPE_ENTRY, 64, {"ed_D#_entry"}}});
+TEST_F(StartUp, MainWindowFileHasEveryWidget) {
+    const GObjectRef<GtkBuilder> file(gtk_builder_new_from_file("MainWindow.glade"));
+    GtkBuilder* ui = file.get();
+    expect_ids(ui, GTK_TYPE_WINDOW, "main_window");
+    expect_ids(ui, GTK_TYPE_CONTAINER, "CS_frame r_Recv_grid s_Send_grid BS_frame");
+    expect_ids(ui, GTK_TYPE_CONTAINER, "CS1_container_grid CS2_container_grid");
+    expect_ids(ui, GTK_TYPE_BOX, "Device_info_vbox");
+    expect_ids(ui, GTK_TYPE_NOTEBOOK, "cs_notebook");
+    expect_ids(ui, GTK_TYPE_COMBO_BOX_TEXT, "SerialPort_cbox s_CAN_CH_cbox s_CAN_Len_cbox");
+    expect_ids(ui, GTK_TYPE_COMBO_BOX_TEXT, "ErrorType_cbbox");
+    expect_ids(ui, GTK_TYPE_BUTTON, "Connect_btn Start_btn CS_Reset_btn CS_Export_btn");
+    expect_ids(ui, GTK_TYPE_BUTTON, "CS_Import_btn s_Send_btn s_Stop_btn s_EditData_btn clear_btn");
+    expect_ids(ui, GTK_TYPE_TREE_VIEW, "Log_treeview CAN_data_treeview");
+    expect_ids(ui, GTK_TYPE_SCROLLED_WINDOW, "bs_scroll_window");
+    expect_ids(ui, GTK_TYPE_CHECK_BUTTON, "r_NonBlock_checkbox s_EID_checkbox s_RTR_checkbox");
+    expect_ids(ui, GTK_TYPE_CHECK_BUTTON, "s_IncreaseID_checkbox s_FDF_checkbox s_BRS_checkbox");
+    expect_ids(ui, GTK_TYPE_ENTRY, "r_TimeOut_entry r_Count_entry s_Count_entry s_Interval_entry");
+    expect_ids(ui, GTK_TYPE_ENTRY, "s_Times_entry s_ID_entry " + numbered("s_D", 8));
+    expect_ids(ui, GTK_TYPE_LABEL, "r_Timeout_label r_Count_label s_Interval_lab bs_eeprom_lab");
+    expect_ids(ui, GTK_TYPE_LABEL, "bs_can1_ecr_lab bs_can2_ecr_lab bs_can1_psr_lab");
+    expect_ids(ui, GTK_TYPE_LABEL, "bs_can2_psr_lab bs_send_content_1 bs_send_content_2");
+    expect_ids(ui, GTK_TYPE_LABEL, "bs_recv_content_1 bs_recv_content_2");
+}
+
+TEST_F(StartUp, SettingsAndEditorFilesHaveEveryWidget) {
+    const GObjectRef<GtkBuilder> settings(gtk_builder_new_from_file("CS_UI.glade"));
+    expect_ids(settings.get(), GTK_TYPE_GRID, "CS1_gird CS2_gird");
+    for (const char* channel : {"", "1"}) {
+        const auto expect = [&](GType type, const char* ids) {
+            expect_ids(settings.get(), type, ids, channel);
+        };
+        expect(GTK_TYPE_CHECK_BUTTON, "ListenMode_checkbox FDEN_checkbox");
+        expect(GTK_TYPE_COMBO_BOX_TEXT, "NRate_cbbox DRate_cbbox Filter_cbbox");
+        expect(GTK_TYPE_ENTRY, "ID_entry Mask_entry");
+        expect(GTK_TYPE_LABEL, "cs_ID_label cs_Mask_label cs_NRate_label cs_DRate_label");
+        expect(GTK_TYPE_LABEL, "cs_Filter_label");
+    }
+    const GObjectRef<GtkBuilder> editor(gtk_builder_new_from_file("ED_UI.glade"));
+    expect_ids(editor.get(), GTK_TYPE_DIALOG, "EditData_dialog");
+    expect_ids(editor.get(), GTK_TYPE_CONTAINER, "ED_frame");
+    expect_ids(editor.get(), GTK_TYPE_BUTTON, "ed_clear_btn ed_auto_fill_btn");
+    expect_ids(editor.get(), GTK_TYPE_ENTRY, numbered("ed_D", kPayloadMax));
 }
 
 TEST_F(StartUp, WindowOpensNotConnectedWithBothModulesListed) {

@@ -28,9 +28,6 @@ void UiTest::SetUpTestSuite() {
 }
 
 void UiTest::TearDown() {
-    for (const int row : {ROW_USB1, ROW_ACM0}) {
-        station(row).set_fault(sim::Fault::none);
-    }
     if (is_connect) {
         click(cd_info.btn_cnnt);
     }
@@ -86,32 +83,28 @@ void type_text(GtkWidget* entry, const char* text) {
 }
 
 std::string shown(GtkWidget* widget) {
-    if (GTK_IS_LABEL(widget)) {
-        return gtk_label_get_text(GTK_LABEL(widget));
+    gchar* text = nullptr;
+    if (GTK_IS_COMBO_BOX(widget)) {
+        text = gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(widget));
+    } else {
+        g_object_get(widget, GTK_IS_ENTRY(widget) ? "text" : "label", &text, nullptr);
     }
-    if (GTK_IS_BUTTON(widget)) {
-        return gtk_button_get_label(GTK_BUTTON(widget));
-    }
-    if (GTK_IS_ENTRY(widget)) {
-        return gtk_entry_get_text(GTK_ENTRY(widget));
-    }
-    const GText text(gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(widget)));
-    return text ? text.get() : "(none)";
+    const GText owned(text);
+    return text != nullptr ? text : "(none)";
 }
 
-Lines rows_of(GtkWidget* combo_or_view) {
+Lines rows_of(GtkWidget* combo_or_view, int column) {
     GtkTreeModel* model = GTK_IS_COMBO_BOX(combo_or_view)
                               ? gtk_combo_box_get_model(GTK_COMBO_BOX(combo_or_view))
                               : gtk_tree_view_get_model(GTK_TREE_VIEW(combo_or_view));
     Lines lines;
     GtkTreeIter row;
-    for (int index = 0;
-         model != nullptr && gtk_tree_model_iter_nth_child(model, &row, nullptr, index) != FALSE;
-         ++index) {
+    while (model != nullptr &&
+           gtk_tree_model_iter_nth_child(model, &row, nullptr, static_cast<gint>(lines.size()))) {
         gchar* text = nullptr;
-        gtk_tree_model_get(model, &row, 0, &text, -1);
+        gtk_tree_model_get(model, &row, column, &text, -1);
         const GText owned(text);
-        lines.emplace_back(text != nullptr ? text : "");
+        lines.emplace_back(text != nullptr ? text : "");  // an unset cell shows nothing
     }
     return lines;
 }

@@ -1,4 +1,4 @@
-// tests/sim/support.h - test: recorded bytes as text, and a host's end of a module's line.
+// tests/sim/support.h - test: recorded bytes as text, and the host's end of a module's line.
 // Only tests/sim. Needs the serial shim linked in.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_SIM_SUPPORT_H
@@ -12,8 +12,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdint>
 #include <sstream>
 #include <string>
 
@@ -28,39 +26,35 @@ inline sim::Bytes hex(const std::string& text) {
 }
 
 // The host's end of a line, opened as a program opens it.
-class Line {
-  public:
-    explicit Line(const char* device = "/dev/ttyACM0")
-        : fd_(open(device, O_RDWR | O_NOCTTY | O_NONBLOCK)) {
-        EXPECT_GE(fd_, 0) << device;
-    }
-    ~Line() { close(fd_); }
+struct Line {
+    Line() { EXPECT_GE(fd, 0); }
+    ~Line() { close(fd); }
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
-    [[nodiscard]] int fd() const { return fd_; }
 
-    void send(const std::string& text) const {
-        const sim::Bytes bytes = hex(text);
-        EXPECT_EQ(write(fd_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    [[nodiscard]] bool becomes_ready(short events, int limit_ms) const {
+        pollfd watched{fd, events, 0};
+        return poll(&watched, 1, limit_ms) == 1 && (watched.revents & events) != 0;
     }
-
-    // What arrives until there are `count` bytes, or nothing more has come for `quiet`.
-    [[nodiscard]] sim::Bytes receive(std::size_t count, std::chrono::milliseconds quiet) const {
-        sim::Bytes bytes;
-        pollfd watched{fd_, POLLIN, 0};
-        while (bytes.size() < count && poll(&watched, 1, static_cast<int>(quiet.count())) > 0) {
-            sim::Bytes piece(count - bytes.size());
-            const ssize_t got = read(fd_, piece.data(), piece.size());
-            if (got <= 0) {
-                break;
-            }
-            bytes.insert(bytes.end(), piece.begin(), piece.begin() + got);
+    // What arrives until there are `count` bytes, or nothing more has come for a time.
+    [[nodiscard]] sim::Bytes receive(std::size_t count, int quiet_ms) const {
+        sim::Bytes bytes(count);
+        std::size_t got = 0;
+        while (got < count && becomes_ready(POLLIN, quiet_ms)) {
+            const ssize_t result = read(fd, bytes.data() + got, count - got);
+            got += result > 0 ? static_cast<std::size_t>(result) : 0;
         }
+        bytes.resize(got);
         return bytes;
     }
+    [[nodiscard]] sim::Bytes exchange(const char* command, std::size_t count,
+                                      int quiet_ms = 3000) const {
+        const sim::Bytes bytes = hex(command);
+        EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        return receive(count, quiet_ms);
+    }
 
-  private:
-    int fd_;
+    const int fd = open("/dev/ttyACM0", O_RDWR | O_NOCTTY | O_NONBLOCK);
 };
 
 #endif

@@ -7,27 +7,33 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace {
 
 struct Outcome {
-    int status;
+    int status = 0;
     std::string output;  // both streams
 };
 
 // Runs tavu-sim with the arguments, as a shell understands them.
 Outcome tavu_sim(const std::string& arguments) {
-    const std::string command = "timeout 20 " TAVU_SIM " " + arguments + " 2>&1";
-    std::FILE* pipe = popen(command.c_str(), "r");
-    std::string output;
+    std::FILE* pipe = popen(("timeout 20 " TAVU_SIM " " + arguments + " 2>&1").c_str(), "r");
+    Outcome outcome;
     std::array<char, 4096> buffer;
     while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-        output.append(buffer.data(), count);
+        outcome.output.append(buffer.data(), count);
     }
-    return {WEXITSTATUS(pclose(pipe)), output};
+    outcome.status = WEXITSTATUS(pclose(pipe));
+    return outcome;
+}
+
+void expect_parts(const std::string& output, std::initializer_list<const char*> parts) {
+    for (const char* part : parts) {
+        EXPECT_NE(output.find(part), std::string::npos) << part << "\nis not in\n" << output;
+    }
 }
 
 TEST(TavuSim, ExplainsBadArguments) {
@@ -44,60 +50,48 @@ TEST(TavuSim, ExplainsBadArguments) {
     for (const auto& [arguments, message] : rows) {
         const Outcome outcome = tavu_sim(arguments);
         EXPECT_EQ(outcome.status, 2) << arguments;
-        EXPECT_NE(outcome.output.find(message), std::string::npos) << outcome.output;
-        EXPECT_NE(outcome.output.find("Try 'tavu-sim --help'."), std::string::npos);
+        expect_parts(outcome.output, {message, "Try 'tavu-sim --help'."});
     }
 }
 
 TEST(TavuSim, EndsAsItsProgramEnds) {
-    const std::pair<const char*, int> rows[] = {{"-- /bin/sh -c 'exit 3'", 3},
-                                                {"-- /bin/sh -c 'kill -TERM $$'", 128 + 15},
-                                                {"-- /bin/sh -c 'kill -TERM $PPID; exec sleep 20'", 143},
-                                                {"-- /no/such/program", 127},
-                                                {"-- /etc/passwd", 126},
-                                                {"--record /no/such/file -- /bin/true", 125},
-                                                {"--help", 0}};
+    const std::pair<const char*, int> rows[] = {
+        {"-- /bin/sh -c 'exit 3'", 3},
+        {"-- /bin/sh -c 'kill -TERM $$'", 128 + 15},
+        {"-- /bin/sh -c 'kill -TERM $PPID; exec sleep 20'", 128 + 15},  // passed on
+        {"-- /no/such/program", 127},
+        {"-- /etc/passwd", 126},
+        {"--record /no/such/file -- /bin/true", 125},
+        {"--help", 0}};
     for (const auto& [arguments, status] : rows) {
         EXPECT_EQ(tavu_sim(arguments).status, status) << arguments;
     }
 }
 
-// A host in shell: opens the module's path, sends commands and waits for the answer.
 TEST(TavuSim, LetsAProgramUseItsModulesAndReportsWhatItDid) {
     const std::string record = testing::TempDir() + "record-" + std::to_string(getpid());
     const Outcome outcome =
-        tavu_sim("--port ttyUSB3 --report --record " + record +
-                 " -- /bin/sh -c 'exec 3<>/dev/ttyUSB3; printf \"\\141\\001\\001\\143\\r\\n\" >&3;"
+        tavu_sim("-p ttyUSB3 --report --record " + record +
+                 R"( -- /bin/sh -c 'exec 3<>/dev/ttyUSB3; printf "\141\001\001\143\r\n" >&3;)"
                  " head -c 5 <&3 | od -An -tx1; cat /dev/ttyACM0'");
-    for (const char* part :
-         {" 61 00 61 0d 0a\n", "cat: /dev/ttyACM0: No such file or directory",
-          "ttyUSB3.can1.running=1\n", "ttyUSB3.dtr=0\n", "ttyUSB3.can2.from_host=0\n"}) {
-        EXPECT_NE(outcome.output.find(part), std::string::npos) << part << " in\n"
-                                                                << outcome.output;
-    }
-    std::FILE* file = std::fopen(record.c_str(), "r");
-    ASSERT_NE(file, nullptr);
-    std::array<char, 100> line{};
-    EXPECT_STREQ(std::fgets(line.data(), line.size(), file), "61 01 01 63 0D 0A\n");
-    EXPECT_EQ(std::fgets(line.data(), line.size(), file), nullptr);
-    std::fclose(file);
+    expect_parts(outcome.output,
+                 {" 61 00 61 0d 0a\n", "cat: /dev/ttyACM0: No such file or directory",
+                  "ttyUSB3.can1.running=1\n", "ttyUSB3.can2.from_host=0\n", "ttyUSB3.dtr=0\n"});
+    std::ifstream file(record);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "61 01 01 63 0D 0A\n");
     std::filesystem::remove(record);
 }
 
 TEST(TavuSim, TakesControlLinesAtRunTime) {
     const std::string fifo = testing::TempDir() + "control-" + std::to_string(getpid());
-    const Outcome outcome = tavu_sim(
-        "--fault unplugged --control " + fifo +
-        " -- /bin/sh -c 'cat /dev/ttyACM0; echo plug ttyACM0 >" + fifo +
-        "; until exec 3<>/dev/ttyACM0; do :; done 2>/dev/null; printf "
-        "\"\\141\\001\\000\\142\\r\\n\" "
-        ">&3; head -c 5 <&3 >/dev/null; echo frame ttyACM0 1 123 A1B2 >" +
-        fifo + "; head -c 17 <&3 | od -An -tx1 -w17; echo fault ttyACM0 mute >" + fifo + "'");
-    for (const char* part : {"cat: /dev/ttyACM0: No such file or directory",
-                             " e1 21 00 00 01 23 a1 b2 00 00 00 00 00 00 79 0d 0a\n"}) {
-        EXPECT_NE(outcome.output.find(part), std::string::npos) << part << " in\n"
-                                                                << outcome.output;
-    }
+    const Outcome outcome =
+        tavu_sim("--fault unplugged --control " + fifo +
+                 " -- /bin/sh -c 'cat /dev/ttyACM0; echo plug ttyACM0 >" + fifo +
+                 "; until (exec 3<>/dev/ttyACM0) 2>/dev/null; do :; done; exec 3<>/dev/ttyACM0;" +
+                 R"( printf "\141\001\000\142\r\n" >&3; head -c 5 <&3 >/dev/null; )" +
+                 "echo frame ttyACM0 1 123 A1B2 >" + fifo + "; head -c 17 <&3 | od -An -tx1 -w17'");
+    expect_parts(outcome.output, {"cat: /dev/ttyACM0: No such file or directory",
+                                  " e1 21 00 00 01 23 a1 b2 00 00 00 00 00 00 79 0d 0a\n"});
     EXPECT_FALSE(std::filesystem::exists(fifo));
 }
 

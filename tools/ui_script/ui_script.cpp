@@ -55,6 +55,7 @@ constexpr double kDefaultLimit_s = 10;  // of steps that wait but name no time
 constexpr int kFailedStatus = 70;
 
 using Words = std::vector<std::string>;
+using Chars = std::unique_ptr<char, decltype(&g_free)>;  // text allocated by GLib
 
 enum class Outcome { done, again };
 
@@ -123,13 +124,11 @@ Outcome wait_until(const Step& step, bool reached, double limit_s, const std::st
 }
 
 std::string output_path(const std::string& file) {
-    return std::unique_ptr<char, decltype(&g_free)>(
-               g_canonicalize_filename(file.c_str(), g_getenv("UI_SCRIPT_OUT")), g_free)
-        .get();
+    const char* directory = g_getenv("UI_SCRIPT_OUT");
+    return Chars(g_canonicalize_filename(file.c_str(), directory), g_free).get();
 }
 
-// ---- Widgets by name, failing the script when they are missing or of another kind
-// -------------------------
+// ---- Widgets by name; a missing one or one of another kind fails the script ----------------------
 
 GtkWidget* widget(const std::string& id) {
     GtkWidget* found = find_by_id(id);
@@ -138,11 +137,10 @@ GtkWidget* widget(const std::string& id) {
     return found;
 }
 
-GtkWidget* window_or_main(const Words& words, size_t index) {
-    GtkWidget* window = words.size() > index ? find_window(words[index]) : find_main_window();
-    if (window == nullptr)
+GtkWidget* open_window(GtkWidget* found) {
+    if (found == nullptr)
         fail("no such window is open");
-    return window;
+    return found;
 }
 
 GtkWidget* widget_of_kind(const std::string& id, GType kind) {
@@ -168,8 +166,7 @@ std::string text(const std::string& id) {
     return *found;
 }
 
-// ---- Commands
-// ----------------------------------------------------------------------------------------------
+// ---- Commands ------------------------------------------------------------------------------------
 
 Outcome wait_window(Step& step) {
     return wait_until(step, find_window(step.words[1]) != nullptr, number<double>(step.words[2]),
@@ -269,11 +266,11 @@ Outcome cell(Step& step) {
     return Outcome::done;
 }
 
-// The frame that was being painted when the redraw was asked for may lack it; the one after it does
-// not.
+// A frame that was being painted when the redraw was asked for may lack it; the next one does not.
 Outcome screenshot(Step& step) {
     constexpr gint64 kFrames = 2;
-    GtkWidget* window = window_or_main(step.words, 2);
+    GtkWidget* window =
+        open_window(step.words.size() > 2 ? find_window(step.words[2]) : find_main_window());
     GdkFrameClock* clock = gtk_widget_get_frame_clock(window);
     if (step.mark < 0)
         step.mark = gdk_frame_clock_get_frame_counter(clock);
@@ -293,22 +290,21 @@ Outcome screenshot(Step& step) {
 }
 
 Outcome size(Step& step) {
-    GtkWindow* window = GTK_WINDOW(window_or_main(step.words, step.words.size()));
+    GtkWindow* window = GTK_WINDOW(open_window(find_main_window()));
     const int width = number<int>(step.words[1]);
     const int height = number<int>(step.words[2]);
     gtk_window_resize(window, width, height);
     int width_now = 0;
     int height_now = 0;
     gtk_window_get_size(window, &width_now, &height_now);
-    return wait_until(
-        step, width_now == width && height_now == height, kDefaultLimit_s,
-        "the window is " + std::to_string(width_now) + " by " + std::to_string(height_now));
+    const std::string now = std::to_string(width_now) + " by " + std::to_string(height_now);
+    return wait_until(step, width_now == width && height_now == height, kDefaultLimit_s,
+                      "the window is " + now);
 }
 
 Outcome sleep_for(Step& step) {
-    constexpr double kMsPerSecond = 1000;
-    return elapsed_s(step) * kMsPerSecond >= number<double>(step.words[1]) ? Outcome::done
-                                                                           : Outcome::again;
+    const bool is_over = elapsed_s(step) * 1000 >= number<double>(step.words[1]);
+    return is_over ? Outcome::done : Outcome::again;
 }
 
 void press_response(GtkWidget* dialog, int response) {
@@ -320,7 +316,7 @@ void press_response(GtkWidget* dialog, int response) {
 }
 
 Outcome respond(Step& step) {
-    GtkWidget* dialog = window_or_main(step.words, 1);
+    GtkWidget* dialog = open_window(find_window(step.words[1]));
     const int response = number<int>(step.words[2]);
     if (!GTK_IS_DIALOG(dialog))
         fail(step.words[1] + " is no dialog");
@@ -341,8 +337,7 @@ void name_file(GtkFileChooser* chooser, const std::string& path) {
     gtk_file_chooser_set_current_name(chooser, path.substr(slash + 1).c_str());
 }
 
-// The chooser reads the folder in the background, so its answer is asked for until it is the wanted
-// one.
+// The chooser reads the folder in the background: its answer is asked for until it is the right one.
 Outcome choose_file(Step& step) {
     GtkWidget* dialog = find_file_chooser();
     if (dialog == nullptr)
@@ -352,8 +347,7 @@ Outcome choose_file(Step& step) {
     if (step.mark < 0)
         name_file(chooser, path);
     step.mark = 0;
-    const std::unique_ptr<char, decltype(&g_free)> chosen(gtk_file_chooser_get_filename(chooser),
-                                                          g_free);
+    const Chars chosen(gtk_file_chooser_get_filename(chooser), g_free);
     const bool is_chosen = chosen != nullptr && path == chosen.get();
     if (wait_until(step, is_chosen, kDefaultLimit_s, "cannot choose " + path) == Outcome::again)
         return Outcome::again;
@@ -361,8 +355,8 @@ Outcome choose_file(Step& step) {
     return Outcome::done;
 }
 
-Outcome close_main(Step& step) {
-    close_window(window_or_main(step.words, 1));
+Outcome close_main(Step& /*step*/) {
+    close_window(open_window(find_main_window()));
     return Outcome::done;
 }
 
@@ -392,8 +386,7 @@ constexpr Command kCommands[] = {
     {"quit-code", 1, 1, quit_code},
 };
 
-// ---- Script
-// --------------------------------------------------------------------------------------------------
+// ---- Script --------------------------------------------------------------------------------------
 
 const Command* find_command(const Words& words) {
     for (const Command& command : kCommands) {
@@ -411,9 +404,7 @@ void add_step(const std::string& line) {
     char** parts = nullptr;
     GError* error = nullptr;
     if (!g_shell_parse_argv(line.c_str(), &count, &parts, &error)) {
-        const bool is_blank =
-            g_error_matches(error, G_SHELL_ERROR, G_SHELL_ERROR_EMPTY_STRING) != FALSE;
-        if (!is_blank)
+        if (!g_error_matches(error, G_SHELL_ERROR, G_SHELL_ERROR_EMPTY_STRING))
             fail(error->message);
         g_error_free(error);
         return;

@@ -11,6 +11,7 @@
 namespace ui_script {
 namespace {
 
+using Event = std::unique_ptr<GdkEvent, decltype(&gdk_event_free)>;
 using Match = std::function<bool(GtkWidget*)>;
 
 struct Search {
@@ -111,8 +112,8 @@ GtkWidget* find_dialog_button(const std::string& label) {
                without_underscores(or_empty(gtk_button_get_label(GTK_BUTTON(widget)))) == label;
     };
     return first_of_windows([&](GtkWidget* window) -> GtkWidget* {
-        return GTK_IS_DIALOG(window) && gtk_widget_get_mapped(window) ? find_in(window, shows_label)
-                                                                      : nullptr;
+        const bool is_in_front = GTK_IS_DIALOG(window) && why_unusable(window) == nullptr;
+        return is_in_front ? find_in(window, shows_label) : nullptr;
     });
 }
 
@@ -203,8 +204,7 @@ void press_key(GtkWidget* widget, guint key) {
     int key_count = 0;
     gdk_keymap_get_entries_for_keyval(gdk_keymap_get_for_display(display), key, &keys, &key_count);
     for (const GdkEventType type : {GDK_KEY_PRESS, GDK_KEY_RELEASE}) {
-        const std::unique_ptr<GdkEvent, decltype(&gdk_event_free)> event(gdk_event_new(type),
-                                                                         gdk_event_free);
+        const Event event(gdk_event_new(type), gdk_event_free);
         event->key.window = GDK_WINDOW(g_object_ref(window));
         event->key.send_event = TRUE;
         event->key.time = GDK_CURRENT_TIME;
@@ -219,8 +219,7 @@ void press_key(GtkWidget* widget, guint key) {
 }
 
 void close_window(GtkWidget* window) {
-    const std::unique_ptr<GdkEvent, decltype(&gdk_event_free)> event(gdk_event_new(GDK_DELETE),
-                                                                     gdk_event_free);
+    const Event event(gdk_event_new(GDK_DELETE), gdk_event_free);
     event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(window)));
     event->any.send_event = TRUE;
     gtk_main_do_event(event.get());

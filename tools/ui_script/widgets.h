@@ -12,11 +12,11 @@
 
 namespace ui_script {
 
-// The widget with this id in its interface file, in any window, hidden ones too; NULL when there is
-// none.
+// Each of these gives NULL when there is none. By id: the widget's id in its interface file, hidden
+// widgets too.
 GtkWidget* find_by_id(const std::string& id);
 
-// The button of an open dialog that shows this label; mnemonic underscores do not count.
+// The button of the dialog in front that shows this label; mnemonic underscores do not count.
 GtkWidget* find_dialog_button(const std::string& label);
 
 // The open window with this id or, for windows without one, this title.
@@ -33,8 +33,7 @@ GtkWidget* find_file_chooser();
 // widgets.
 std::optional<std::string> text_of(GtkWidget* widget);
 
-// The text of a tree view's cell; row and column count from 0, a negative row from the end (-1: the
-// last).
+// The text of a tree view's cell; row and column count from 0, row -1 is the last.
 std::optional<std::string> cell_text(GtkTreeView* view, int row, int column);
 
 // True when a cell of column 0 contains the text.
