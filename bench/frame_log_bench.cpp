@@ -1,6 +1,7 @@
-// bench/frame_log_bench.cpp - benchmark: the frame log against nine cell writes a row, one row a
-// record. Runs in the folder of the interface files, on an X display (xvfb-run will do). Thread:
-// main thread, and one that plays the receive worker. SPDX-License-Identifier: MIT
+// bench/frame_log_bench.cpp - benchmark: the frame log beside nine cell writes a row, one row a record.
+// Runs in the folder of the interface files, on an X display (tools/with_display will do).
+// Thread: main thread, and one that plays the receive worker.
+// SPDX-License-Identifier: MIT
 #include "gui/frame_log.h"
 #include "gui/guipart.h"
 

@@ -1,6 +1,6 @@
 // bench/pacing_bench.cpp - benchmark: real pacing of frame commands against the nominal delay.
-// Prints, for each delay, the overshoot (median, 99th percentile), the frame rate reached and the
-// processor time used. SPDX-License-Identifier: MIT
+// Prints the overshoot of a plain usleep, of the library's wait and of wait and write, and the burst's rate.
+// SPDX-License-Identifier: MIT
 #include "lib/lib_tavu_2.h"
 #include "lib/link.h"
 

@@ -1,5 +1,6 @@
-// bench/receive_bench.cpp - benchmark: reports per second of each kind, beside a bare loop of the
-// same two reads. Uses lib/lib_tavu_2.h and bench/wire_pair.h. SPDX-License-Identifier: MIT
+// bench/receive_bench.cpp - benchmark: reports per second of each kind beside a bare loop of the same reads.
+// Uses lib/lib_tavu_2.h and bench/wire_pair.h.
+// SPDX-License-Identifier: MIT
 #include "lib/lib_tavu_2.h"
 
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // bench/wire_pair.h - benchmark: a raw pty whose slave is an open port of the library.
-// Uses lib/link.h for the open-port list: no module answers here, so the library's own open would
-// refuse. SPDX-License-Identifier: MIT
+// Uses the open-port list: no module answers here, so the library's own open would refuse.
+// SPDX-License-Identifier: MIT
 #ifndef BENCH_WIRE_PAIR_H
 #define BENCH_WIRE_PAIR_H
 

@@ -1,5 +1,5 @@
-// examples/send_receive.cpp - example: sends ten CAN FD frames on CAN 1 and prints what CAN 2
-// receives. SPDX-License-Identifier: MIT
+// examples/send_receive.cpp - example: sends ten CAN FD frames on CAN 1, prints what CAN 2 receives.
+// SPDX-License-Identifier: MIT
 #include <cstdio>
 #include <cstdlib>
 #include <lib_tavu_2.h>

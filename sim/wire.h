@@ -1,6 +1,7 @@
-// sim/wire.h - simulated module: command parser and report builder of the module's side of the
-// wire. Only sim/ and tests/sim. Shares no code with the product, so that a mistake cannot cancel
-// out. Thread: any; no shared state. SPDX-License-Identifier: MIT
+// sim/wire.h - simulated module: command parser and report builder of the module's side of the wire.
+// Only sim/ and tests/sim. Shares no code with the product, so that a mistake cannot cancel out.
+// Thread: any; no shared state.
+// SPDX-License-Identifier: MIT
 #ifndef SIM_WIRE_H
 #define SIM_WIRE_H
 

@@ -1,6 +1,6 @@
-// tests/end_to_end/session.cpp - test: runs the real program on simulated modules, driven by a
-// script of clicks. The paths WITH_DISPLAY, TAVU_SIM, PROGRAM, UI_SCRIPT_MODULE and UI_FOLDER come from the
-// build. SPDX-License-Identifier: MIT
+// tests/end_to_end/session.cpp - test: runs the real program on simulated modules, driven by a script.
+// The paths WITH_DISPLAY, TAVU_SIM, PROGRAM, UI_SCRIPT_MODULE and UI_FOLDER come from the build.
+// SPDX-License-Identifier: MIT
 #include "tests/end_to_end/session.h"
 
 #include <stdlib.h>
@@ -61,9 +61,9 @@ Outcome run(const Session& session) {
         "cd " + quoted(session.working_folder.empty() ? UI_FOLDER : session.working_folder) +
         " && export NO_AT_BRIDGE=1 GSETTINGS_BACKEND=memory GTK_MODULES=" + UI_SCRIPT_MODULE +
         " UI_SCRIPT=" + scratch.path("script") + " UI_SCRIPT_OUT=" + scratch.path() +
-        " && timeout 60 " + WITH_DISPLAY + " " + TAVU_SIM +
-        " --report=" + scratch.path("report") + " --record=" + scratch.path("record") + " " +
-        session.sim_options + " -- " + PROGRAM + " </dev/null >" + scratch.path("output") + " 2>&1";
+        " && timeout 60 " + WITH_DISPLAY + " " + TAVU_SIM + " --report=" + scratch.path("report") +
+        " --record=" + scratch.path("record") + " " + session.sim_options + " -- " + PROGRAM +
+        " </dev/null >" + scratch.path("output") + " 2>&1";
     const int status = std::system(command.c_str());
     return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1,
             .output = contents(scratch.path("output")),

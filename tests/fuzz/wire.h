@@ -1,6 +1,6 @@
-// tests/fuzz/wire.h - test: the calls underneath the library, replaced for fuzzing: input comes
-// from memory, no call waits. May be included by tests/fuzz. The fuzz targets are linked with
-// --wrap for each replaced call. SPDX-License-Identifier: MIT
+// tests/fuzz/wire.h - test: the calls underneath the library, from memory and without waits.
+// May be included by tests/fuzz, whose targets are linked with --wrap for each replaced call.
+// SPDX-License-Identifier: MIT
 #ifndef TESTS_FUZZ_WIRE_H
 #define TESTS_FUZZ_WIRE_H
 

@@ -1,5 +1,6 @@
-// tests/gui/settings_panel_test.cpp - test: rate lists, settings to and from the module, error
-// type. Uses tests/gui/ui_fixture.h. Thread: main. SPDX-License-Identifier: MIT
+// tests/gui/settings_panel_test.cpp - test: rate lists, settings to and from the module, error type.
+// Uses tests/gui/ui_fixture.h. Thread: main.
+// SPDX-License-Identifier: MIT
 #include "tests/gui/ui_fixture.h"
 
 using SettingsPanel = UiTest;

@@ -42,7 +42,7 @@ void click(GtkWidget* button);
 void choose(GtkWidget* combo, int row);
 void choose_text(GtkWidget* combo, const std::string& text);
 void type_text(GtkWidget* entry, const char* text);
-std::string shown(GtkWidget* widget);     // text of a label, button, entry or combo
+std::string shown(GtkWidget* widget);  // text of a label, button, entry or combo
 Lines rows_of(GtkWidget* combo_or_view, int column = 0);
 Lines log_lines();
 inline bool enabled(GtkWidget* widget) {
