@@ -6,8 +6,6 @@
 
 #include "lib/lib_tavu_2.h"
 
-#include <array>
-
 CD_INFO cd_info;
 
 namespace {

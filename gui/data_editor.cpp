@@ -1,5 +1,6 @@
-// gui/data_editor.cpp - user interface: dialog for payloads of up to 64 bytes, and the payload
-// buffer. Uses the byte entries and the length selector of gui/send_panel.cpp. Thread: main thread.
+// gui/data_editor.cpp - user interface: dialog for payloads of up to 64 bytes, and their buffer.
+// Uses the byte entries and the length selector of gui/send_panel.cpp.
+// Thread: main thread.
 // SPDX-License-Identifier: MIT
 #include "gui/guipart.h"
 

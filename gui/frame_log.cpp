@@ -23,19 +23,21 @@ constexpr int kBytesPerLine = 8;
 struct LOG_COLUMN {
     const char* title;
     int width_px;
+    const char* widest;  // text; the column grows to it where the font needs more than width_px
 };
-constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{{"NO", 40},
-                                                    {"CH", 40},
-                                                    {"PATH", 55},
-                                                    {"MOD", 55},
-                                                    {"ID", 85},
-                                                    {"TYPE", 80},
-                                                    {"LEN", 40},
-                                                    {"DATA", 190},
-                                                    {"TIME", 105}}};
+constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{{"NO", 40, "1000"},
+                                                    {"CH", 40, "2"},
+                                                    {"PATH", 55, "Send"},
+                                                    {"MOD", 55, "EID"},
+                                                    {"ID", 85, "DDDDDDDD"},
+                                                    {"TYPE", 80, "FD / BRS / ESI "},
+                                                    {"LEN", 40, "64"},
+                                                    {"DATA", 190, "DD DD DD DD DD DD DD DD"},
+                                                    {"TIME", 105, "00:00:00:000"}}};
 
 // One for each column; the columns own them.
 std::array<GtkCellRenderer*, COL_NUM> renderers;
+std::array<int, COL_NUM> cell_width_px;
 int line_px = 0;     // height of a line of text
 int padding_px = 0;  // above and below the text of a cell
 
@@ -145,22 +147,24 @@ void show_counts() {
     }
 }
 
-int natural_height_px(GtkCellRenderer* renderer, const char* text) {
-    int height_px = 0;
+GtkRequisition natural_size_px(GtkCellRenderer* renderer, const char* text) {
+    GtkRequisition size_px;
     g_object_set(renderer, "text", text, nullptr);
     gtk_cell_renderer_set_fixed_size(renderer, -1, -1);
-    gtk_cell_renderer_get_preferred_height(renderer, bs_info.tree, nullptr, &height_px);
-    return height_px;
+    gtk_cell_renderer_get_preferred_size(renderer, bs_info.tree, nullptr, &size_px);
+    return size_px;
 }
 
 // "style-updated" of the view: measures the font once for all rows. The view would otherwise lay
 // out every text of every row to learn its size, at 45,000 rows a second for half of the time.
 void measure_cells(GtkWidget* /*tree*/, gpointer /*user_data*/) {
-    const int one_line_px = natural_height_px(renderers[COL_DATA], "0");
-    line_px = natural_height_px(renderers[COL_DATA], "0\n0") - one_line_px;
+    const int one_line_px = natural_size_px(renderers[COL_DATA], "0").height;
+    line_px = natural_size_px(renderers[COL_DATA], "0\n0").height - one_line_px;
     padding_px = one_line_px - line_px;
     for (std::size_t i = 0; i < COL_NUM; ++i) {
-        gtk_cell_renderer_set_fixed_size(renderers[i], kColumns[i].width_px, one_line_px);
+        const auto& [title, width_px, widest] = kColumns[i];
+        cell_width_px[i] = std::max(width_px, natural_size_px(renderers[i], widest).width);
+        gtk_cell_renderer_set_fixed_size(renderers[i], cell_width_px[i], one_line_px);
     }
 }
 
@@ -172,7 +176,7 @@ void size_data_cell(GtkTreeViewColumn* /*column*/, GtkCellRenderer* renderer, Gt
     const GText data(text);
     const std::string_view view(text == nullptr ? "" : text);
     const int lines = 1 + static_cast<int>(std::count(view.begin(), view.end(), '\n'));
-    gtk_cell_renderer_set_fixed_size(renderer, kColumns[COL_DATA].width_px,
+    gtk_cell_renderer_set_fixed_size(renderer, cell_width_px[COL_DATA],
                                      padding_px + lines * line_px);
 }
 

@@ -254,7 +254,7 @@ extern unsigned char g_data[kPayloadMax];
 // Builds the whole user interface, searches the ports and shows the main window. Ends the process
 // with status 1 when an interface file cannot be loaded from the working directory.
 void start_up(int* argc, char*** argv);
-// Frees what start_up allocated. After the main loop has returned.
+// Frees the windows record; the widgets went with the main window. After the main loop has returned.
 void shut_down();
 
 // The steps of start_up, in this order, each once. load_UI does not return when a file fails.
@@ -309,7 +309,8 @@ void set_config();
 void cbbox_band_update(int can_port);
 // Row of a text in the CAN 2.0B rate table, which is the nominal-rate code; -1 when absent or null.
 int find_baud_index(gchar* baud_str);
-// Data-rate combo row to the module's code and back; unknown values give 2M (code 2, row 0).
+// Data-rate combo row to the module's code and back; an unknown row gives code 0, an unknown code
+// row 0.
 int cbbox_idx_to_datarate(int Dbaud);
 int datarate_to_cbbox_idx(int Dbaud);
 // Value of a hexadecimal text. Of a text longer than eight bytes only the last eight count. Other

@@ -374,7 +374,7 @@ int find_baud_index(gchar* baud_str) {
 
 int cbbox_idx_to_datarate(int Dbaud) {
     const bool known = Dbaud >= 0 && Dbaud < std::ssize(databaud_str);
-    return databaud_str[known ? Dbaud : 0].code;
+    return known ? databaud_str[Dbaud].code : 0;
 }
 
 int datarate_to_cbbox_idx(int Dbaud) {
@@ -473,8 +473,11 @@ void cbbox_err_cb(GtkComboBox* /*widget*/, gpointer /*user_data*/) {
         log_result("Please connect device !");
         return;
     }
-    const BusyPointer busy;
     const int type = selected_error_type();
+    if (type < 0) {
+        return;
+    }
+    const BusyPointer busy;
     const bool done = procError(com_port, type) == 0;
     if (done) {
         set_err_str(type);

@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -61,6 +62,25 @@ auto uninterrupted(SystemCall call) {
         result = call();
     }
     return result;
+}
+
+// Puts a cancellation of the calling thread off until the end of the scope.
+class Uncancelled {
+  public:
+    Uncancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &usual_); }
+    ~Uncancelled() { pthread_setcancelstate(usual_, nullptr); }
+    Uncancelled(const Uncancelled&) = delete;
+    Uncancelled& operator=(const Uncancelled&) = delete;
+
+  private:
+    int usual_ = PTHREAD_CANCEL_ENABLE;
+};
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+bool wait_room(int fd, Deadline deadline) {
+    std::array<pollfd, 1> port = {{{fd, POLLOUT, 0}}};
+    return RS232_PollUntil(port, deadline);
 }
 
 bool data_bits_set(termios& settings, char digit) {
@@ -141,13 +161,19 @@ int lines_write(int fd, const int& status) {
     return uninterrupted([&] { return ioctl(fd, TIOCMSET, &status); });
 }
 
+// A write to a module that no longer drains its input must end: see RS232_SendBuf.
+int nonblocking_set(int fd) {
+    const int flags = fcntl(fd, F_GETFL);
+    return flags < 0 ? flags : fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+}
+
 // Configures a locked port and raises its modem lines. Result: what failed, or null.
 const char* port_configure(int fd, const termios& settings) {
     termios present{};
     if (settings_read(fd, present) != RS232_OK) {
         return "unable to read portsettings";
     }
-    if (settings_apply(fd, settings) != RS232_OK) {
+    if (settings_apply(fd, settings) != RS232_OK || nonblocking_set(fd) != RS232_OK) {
         return "unable to adjust portsettings";
     }
     int status = 0;
@@ -207,18 +233,33 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
 }
 
 int RS232_PollComport(int fd, unsigned char* buffer, int size) {
-    const ssize_t count =
-        uninterrupted([&] { return read(fd, buffer, static_cast<std::size_t>(size)); });
+    const auto read_once = [&] { return read(fd, buffer, static_cast<std::size_t>(size)); };
+    ssize_t count = uninterrupted(read_once);
+    // Only the waiting read mode answers so when nothing is there.
+    while (count < 0 && errno == EAGAIN) {
+        std::array<pollfd, 1> port = {{{fd, POLLIN, 0}}};
+        uninterrupted([&] { return poll(port.data(), port.size(), -1); });
+        count = uninterrupted(read_once);
+    }
     return static_cast<int>(std::max<ssize_t>(count, 0));
 }
 
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
-    std::array<pollfd, 1> port = {{{fd, POLLOUT, 0}}};
-    if (!RS232_PollUntil(port, std::chrono::steady_clock::now() + kRoomWait)) {
-        return RS232_FAILED;
+    const Uncancelled whole_command;
+    const Deadline start = std::chrono::steady_clock::now();
+    int done = 0;
+    bool is_to_write = true;
+    while (is_to_write && wait_room(fd, start + kRoomWait)) {
+        const ssize_t written = uninterrupted(
+            [&] { return write(fd, bytes + done, static_cast<std::size_t>(size - done)); });
+        if (written < 0) {
+            break;
+        }
+        done += static_cast<int>(written);
+        // A short write is made up for only when the port was full, as a blocking write would.
+        is_to_write = done < size && !wait_room(fd, start);
     }
-    return static_cast<int>(
-        uninterrupted([&] { return write(fd, bytes, static_cast<std::size_t>(size)); }));
+    return is_to_write && done == 0 ? RS232_FAILED : done;
 }
 
 void RS232_CloseComport(int fd) {

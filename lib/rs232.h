@@ -29,8 +29,10 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode);
 // failed. In waiting mode (RS232_SetRecvBlock) it waits for the first byte.
 int RS232_PollComport(int fd, unsigned char* buffer, int size);
 
-// Waits for room, 100 ms at most, then makes one write of `size` bytes. Result: bytes written,
-// which may be fewer; RS232_FAILED if there was no room or the write failed.
+// Writes `size` bytes. The descriptor does not block: when the port is full the write goes on as
+// room comes, for 100 ms in all. A cancellation of the thread waits for the end of the write, so
+// that no command is cut. Result: bytes written, which may be fewer; RS232_FAILED if there was no
+// room or the write failed.
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size);
 
 // Lowers DTR and RTS, discards what is not sent yet, releases the lock and closes. Never fails

@@ -89,15 +89,14 @@ struct CAN_SEND_INFO {
 
 struct CAN_RECV_INFO {
     int cnt;       // batches: most reports in one, 1 to 99999 (values beyond are brought in range)
-    int time_out;  // batches: time limit of one, milliseconds of processor time; below 0 counts as
-                   // 0
+    int time_out;  // batches: time limit of one, ms of processor time; below 0 counts as 0
     bool is_normal;  // true = continuous reception, false = batches
     bool is_cancel;  // true = only stop the running reception
 };
 
 // Ends a running burst, waits for its worker, and starts a new one unless is_cancel is set. Frames
 // go to the transmit ring whether or not the module took them. If no thread can be started, nothing
-// is sent. Waits for the old worker at most as long as one record's copy.
+// is sent. Waits for the old worker until its frame command, if it is writing one, is over.
 void procSend(int com_port, CAN_SEND_INFO info);
 
 // Ends running reception, waits for its worker, drops reports not yet shown, and starts a new

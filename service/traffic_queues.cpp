@@ -166,7 +166,7 @@ void batch_shown() {
     // then would let a second batch begin before the first is shown.
     const bool complete = MTX_queue_r.load(std::memory_order_acquire) &&
                           is_done_non_block.load(std::memory_order_acquire);
-    if (complete &&
+    if (complete && send_queue_empty() &&
         front_r.load(std::memory_order_relaxed) == rear_r.load(std::memory_order_acquire)) {
         MTX_queue_r.store(false, std::memory_order_release);
     }

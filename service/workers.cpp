@@ -59,7 +59,7 @@ constexpr unsigned kExtendedIdMask = 0x1FFFFFFF;
 
 // ---- Transmit worker -----------------------------------------------------------------------
 
-// The worker runs with cancellation off and opens it only around waits and writes, so that a stop
+// The worker runs with cancellation off and opens it only around frame commands and waits, so that a stop
 // finds no lock held and no record half written. A cancellation unwinds like an exception: nothing
 // in or below a window may be noexcept or catch everything.
 class CancelWindow {

@@ -41,9 +41,10 @@ void report_append(sim::Bytes& stream, unsigned int number) {
     }
 }
 
-// A writer that has to wait for a processor looks like a module that stopped inside a report, so the
-// reader stays this far behind; it is a small part of what the pty takes.
-constexpr std::size_t kLead_bytes = 1024;
+// A sender that stops inside a report for 20 ms ends that report: an attempt in which this machine held the sender up
+// for nearly as long proves nothing about the receiver, and is repeated.
+constexpr std::chrono::milliseconds kHeldUp{10};
+constexpr int kAttempts = 8;
 
 // A pty whose slave is an open port, without a module.
 class Wire {
@@ -67,51 +68,65 @@ class Wire {
     Wire(const Wire&) = delete;
     Wire& operator=(const Wire&) = delete;
 
-    // Writes all in pieces of 1 to 150 bytes.
-    void write_in_pieces(const sim::Bytes& stream) {
+    // Writes all in pieces of 1 to 150 bytes; the longest time from one piece to the next.
+    Clock::duration write_in_pieces(const sim::Bytes& stream) {
         std::mt19937 random(1);
-        for (std::size_t at = 0; at < stream.size(); written_ = at) {
+        Clock::duration longest{};
+        auto before = Clock::now();
+        for (std::size_t at = 0; at < stream.size();) {
             const std::size_t piece = std::min<std::size_t>(random() % 150 + 1, stream.size() - at);
             EXPECT_EQ(write(master_, stream.data() + at, piece), static_cast<ssize_t>(piece));
             at += piece;
+            const auto now = Clock::now();
+            longest = std::max(longest, now - before);
+            before = now;
         }
-    }
-    void wait_written(std::size_t bytes) const {
-        while (written_ < bytes) {
-            std::this_thread::yield();
-        }
+        return longest;
     }
 
   private:
     int master_ = -1;
     int slave_ = -1;
-    std::atomic<std::size_t> written_ = 0;
 };
+
+// How many reports came in their place before the first that did not. The rest is discarded: the sender needs its
+// reader to the end.
+unsigned int receive_in_order() {
+    CAN_FRAME_INFO info{};
+    unsigned int number = 0;
+    bool is_in_order = true;
+    while (number < kReports && TAVUWaitReceive(kPort, 500) == TAVU_SUCCESS) {
+        while (is_in_order && TAVUReceive_CANFD(kPort, &info) == TAVU_REPORT) {
+            const bool is_status = info.msg_type == TAVU_BUSERR_PSR_TYPE;
+            is_in_order = (is_status ? tavu::uchar_2_uint(info.data_err[0]) : info.id) == number;
+            number += is_in_order ? 1 : 0;
+        }
+        TAVU_LOSS_INFO lost{};
+        TAVUGetLoss(&lost);
+        is_in_order =
+            is_in_order && lost.header_short + lost.header_unknown + lost.body_incomplete == 0;
+        if (!is_in_order) {
+            RS232_flushRX(tavu::chk_is_legal_com(kPort)->fd);
+        }
+    }
+    return number;
+}
 
 TEST(ReceiveStream, MixedReportsInRandomPiecesAllArriveInOrder) {
     sim::Bytes stream;
-    std::vector<std::size_t> starts;
     for (unsigned int number = 0; number < kReports; ++number) {
-        starts.push_back(stream.size());
         report_append(stream, number);
     }
-    Wire wire;
-    TAVUResetLoss();
-    std::jthread writer([&] { wire.write_in_pieces(stream); });
-    CAN_FRAME_INFO info{};
-    unsigned int number = 0;
-    unsigned int misplaced = 0;  // counted, not asserted: the writer needs its reader to the end
-    while (number < kReports && TAVUWaitReceive(kPort, 5000) == TAVU_SUCCESS) {
-        wire.wait_written(std::min(starts[number] + kLead_bytes, stream.size()));
-        if (TAVUReceive_CANFD(kPort, &info) == TAVU_REPORT) {
-            const bool is_status = info.msg_type == TAVU_BUSERR_PSR_TYPE;
-            misplaced += (is_status ? tavu::uchar_2_uint(info.data_err[0]) : info.id) != number;
-            ++number;
-        }
+    unsigned int in_order = 0;
+    Clock::duration longest = kHeldUp;
+    for (int attempt = 0; attempt < kAttempts && in_order < kReports && longest >= kHeldUp;
+         ++attempt) {
+        Wire wire;
+        TAVUResetLoss();
+        std::jthread writer([&] { longest = wire.write_in_pieces(stream); });
+        in_order = receive_in_order();
     }
-    writer.join();
-    EXPECT_EQ(number, kReports);
-    EXPECT_EQ(misplaced, 0U);
+    EXPECT_EQ(in_order, kReports);
     TAVU_LOSS_INFO lost{};
     TAVUGetLoss(&lost);
     EXPECT_EQ(lost.header_short, 0U);
