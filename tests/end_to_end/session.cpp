@@ -59,11 +59,10 @@ Outcome run(const Session& session) {
     std::ofstream(scratch.path("script")) << session.script;
     const std::string command =
         "cd " + quoted(session.working_folder.empty() ? UI_FOLDER : session.working_folder) +
-        " && export NO_AT_BRIDGE=1 GSETTINGS_BACKEND=memory GTK_MODULES=" + UI_SCRIPT_MODULE +
-        " UI_SCRIPT=" + scratch.path("script") + " UI_SCRIPT_OUT=" + scratch.path() +
-        " && timeout 60 " + WITH_DISPLAY + " " + TAVU_SIM + " --report=" + scratch.path("report") +
-        " --record=" + scratch.path("record") + " " + session.sim_options + " -- " + PROGRAM +
-        " </dev/null >" + scratch.path("output") + " 2>&1";
+        " && export GTK_MODULES=" + UI_SCRIPT_MODULE + " UI_SCRIPT=" + scratch.path("script") +
+        " UI_SCRIPT_OUT=" + scratch.path() + " && timeout 60 " + WITH_DISPLAY + " " + TAVU_SIM +
+        " --report=" + scratch.path("report") + " --record=" + scratch.path("record") + " " +
+        session.sim_options + " -- " + PROGRAM + " </dev/null >" + scratch.path("output") + " 2>&1";
     const int status = std::system(command.c_str());
     return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1,
             .output = contents(scratch.path("output")),
