@@ -15,8 +15,8 @@
  * meaning are
  *   - the caller's mistake: port number, port not open, null pointer, value out of range where the
  *     call checks it; nothing was sent;
- *   - the port failed: device missing, locked by another process, unplugged, write error, or no
- * room for output within 100 ms;
+ *   - the port failed: device missing, locked by this or another process, unplugged, write error,
+ *     or no room for output within 100 ms;
  *   - the module refused: it answered with a non-zero status; its earlier setting stays in force;
  *   - no valid answer within 150 ms, or one that belongs to another command.
  * Nothing is retried and nothing is rolled back. The reception calls give TAVU_REPORT (1) for a
@@ -54,18 +54,20 @@
  *   (1) Safe, but both read the same input: either may take the other's bytes, and every exchange
  *       first discards unread input.
  *   (2) Meant to be used so; reports that have arrived and were not read yet are discarded.
- * Different ports do not affect each other, with one exception: connect calls change the list of
- * open ports that every call walks, so none of them may run while a call on any port does.
- * DecodeDLC and the loss and sleep calls are free of all this.
+ * Different ports do not affect each other, with two exceptions. Connect calls change the list of
+ * open ports that every call walks, so none of them may run while a call on any port does. And the
+ * pacing of the two channels is one for the process: a start on one port sets it for all.
+ * DecodeDLC_CANFD and the loss and sleep calls are free of all this.
  *
  * Closing during a read, wait or send on the port is an error of the caller: the close frees what
  * the other call is using. End a waiting or collecting thread with TAVUCancelReceive, let senders
  * finish or cancel them, join both, then close. In waiting read mode (TAVUSetRecvBlock) only input
- * or a signal-driven cancellation of the thread ends a read, so prefer TAVUWaitReceive.
+ * ends a read, so prefer TAVUWaitReceive.
  *
  * Cancelling a thread (pthread_cancel, deferred) inside TAVUSend, TAVUSend_CANFD, TAVUSleep or
- * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. A frame command is
- * written whole or not at all unless the port itself takes only a part of it.
+ * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. It takes effect in the
+ * waits and is put off during a write, 100 ms at most, so a frame command is written whole or not
+ * at all unless the port itself takes only a part of it.
  */
 #ifndef LIB_TAVU_2_H
 #define LIB_TAVU_2_H
@@ -223,7 +225,8 @@ typedef struct {
     int send_len;                /* bytes of send_buf to send, 0 to 256 */
     int recv_len;                /* bytes to read at most, 0 to 256; 0: no answer is read */
     unsigned char send_buf[256]; /* whole frame with checksum and closing bytes */
-    unsigned char recv_buf[256]; /* answer; bytes that did not come are 0 */
+    unsigned char
+        recv_buf[256]; /* answer; of its first recv_len bytes those that did not come are 0 */
 } TEST_INFO;
 
 /* Time stamp taken by the module. */
@@ -261,7 +264,7 @@ typedef struct {
 /*
  * Opens a port at 9600 bit/s, 8N1, and proves that a module answers on it; both its channels are
  * stopped then. Modules with firmware digit 5 have their virtual ports paired on the way. About
- * 0.75 s (5 exchanges), plus the pairing. TAVU_FAILURE leaves the port closed.
+ * 0.75 s (5 exchanges), plus the pairing. TAVU_FAILURE leaves the port as it was.
  */
 TAVU_API int TAVUOpenDevice(int com_port);
 
@@ -390,7 +393,8 @@ TAVU_API int TAVUOpenDeviceSCT(int com_port);
 
 /*
  * Opens a port without asking for an answer: TAVU_SUCCESS on any serial device that opens. Stores
- * the descriptor, which stays the library's, through `fd` unless that is null. Pending input is
+ * the descriptor (non-blocking, and the library's to close) through `fd` unless that is null; a
+ * failure leaves `fd` untouched. Pending input is
  * kept until the first exchange; the rest is as in TAVUOpenDevice (3 exchanges).
  */
 TAVU_API int TAVUOpenSocketCAN(int com_port, int* fd);
@@ -400,7 +404,8 @@ TAVU_API SEARCH_COM_INFO TAVU_search_com(void);
 
 /*
  * Sends `send_buf` as it stands and reads the answer into `recv_buf` without examining it.
- * TAVU_FAILURE: a length out of range, the write failed, or nothing came within 150 ms.
+ * TAVU_FAILURE: a length out of range (the record stays untouched), the write failed, or nothing
+ * came within 150 ms.
  */
 TAVU_API int TAVUTesting(int com_port, TEST_INFO* info);
 
@@ -430,7 +435,8 @@ TAVU_API int TAVUSend_CANFD(int com_port, CAN_FRAME_INFO info);
 /* ---- Reception ---- */
 
 /*
- * Takes one report of any kind off the port. TAVU_NO_REPORT: nothing pending (returns at once), a
+ * Takes one report of any kind off the port. TAVU_NO_REPORT: nothing pending (at once, except in
+ * waiting read mode), a
  * header that is incomplete after 2 ms or unknown, a body that stopped for 20 ms, an empty
  * bus-error report, a frame that the range filter removed (the record is all zero then, untouched
  * otherwise), or the caller's mistake. Clear the record before each call: only the fields of the
@@ -438,7 +444,10 @@ TAVU_API int TAVUSend_CANFD(int com_port, CAN_FRAME_INFO info);
  */
 TAVU_API int TAVUReceive_CANFD(int com_port, CAN_FRAME_INFO* info);
 
-/* The same for modules that send 17-byte reports only; other reports are dropped. */
+/*
+ * The same for modules that send 17-byte reports only: takes 17 bytes at once, within 20 ms of the
+ * first, and drops all of them when they begin with no such report.
+ */
 TAVU_API int TAVUReceive(int com_port, CAN_FRAME_INFO* info);
 
 /*

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <ctime>
 
 namespace tavu {
@@ -245,7 +246,7 @@ int status_report(const Report& report, const timespec& time, CAN_FRAME_INFO& in
         return TAVU_NO_REPORT;
     }
     if (type != TAVU_EEERR_TYPE) {
-        std::copy(data, data_end, info.data_err[0]);
+        std::memcpy(info.data_err, data, sizeof info.data_err);
     }
     info.msg_type = type;
     time_text(time, info.recv_time);

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <mutex>
 #include <string_view>
 
 const std::array<const char*, 68> comports = {
@@ -77,6 +78,10 @@ class Uncancelled {
 };
 
 using Deadline = std::chrono::steady_clock::time_point;
+
+// One writer at a time for each descriptor (those that share a place here included), or a command could land inside
+// another on a full port, and the terminal would turn the second writer away.
+std::array<std::mutex, 16> write_turns;
 
 bool wait_room(int fd, Deadline deadline) {
     std::array<pollfd, 1> port = {{{fd, POLLOUT, 0}}};
@@ -246,6 +251,7 @@ int RS232_PollComport(int fd, unsigned char* buffer, int size) {
 
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
     const Uncancelled whole_command;
+    const std::lock_guard turn(write_turns[static_cast<std::size_t>(fd) % write_turns.size()]);
     const Deadline start = std::chrono::steady_clock::now();
     int done = 0;
     bool is_to_write = true;
@@ -294,7 +300,8 @@ bool RS232_PollUntil(std::span<pollfd> fds, std::chrono::steady_clock::time_poin
     const int ready = uninterrupted([&] {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        return poll(fds.data(), fds.size(), std::max(static_cast<int>(left.count()), 0));
+        return poll(fds.data(), fds.size(),
+                    static_cast<int>(std::max(left.count(), decltype(left)::rep{0})));
     });
     return ready > 0;
 }

@@ -19,6 +19,7 @@ constexpr std::uint8_t kPassiveLevel = 128;  // no further rise without acknowle
 constexpr std::uint8_t kTransmitPenalty = 8;
 constexpr std::uint8_t kFormError = 2;
 constexpr std::uint8_t kAcknowledgeError = 3;
+constexpr double kLongestPeriod_s = 3600;        // between two frames of a node
 constexpr int kFramesPerAdvance = 4096;          // bounds one advance() while the nodes flood
 constexpr nanoseconds kNodeBacklog{50'000'000};  // older frames of a held-up node are not made up
 
@@ -206,7 +207,8 @@ void Bus::complete(const Transmission& sent, Instant now) {
         return;
     }
     if (sent.sender == kNode) {
-        const nanoseconds period(static_cast<std::int64_t>(1e9 / options_.traffic_per_s));
+        const double period_s = std::min(1 / options_.traffic_per_s, kLongestPeriod_s);
+        const nanoseconds period(static_cast<std::int64_t>(1e9 * period_s));
         node_due_ += period;
         node_frame_.reset();
         prepare_node_frame(now);

@@ -8,9 +8,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cctype>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace sim {
 
@@ -84,8 +85,9 @@ std::string share_port_table() {
 bool is_candidate_path(const char* path) {
     for (const char* family : kFamilies) {
         const std::size_t length = std::strlen(family);
-        if (std::strncmp(path, family, length) == 0 &&
-            std::isdigit(static_cast<unsigned char>(path[length])) != 0) {
+        const std::string_view number(path + std::min(length, std::strlen(path)));
+        if (std::strncmp(path, family, length) == 0 && !number.empty() &&
+            number.find_first_not_of("0123456789") == std::string_view::npos) {
             return true;
         }
     }

@@ -1,6 +1,6 @@
 // sim/pty_link.h - simulated module: the pty that stands for the module's serial line.
 // Only sim/.
-// Thread: the station's thread; drained() from any thread.
+// Thread: the station's thread; unread() from any thread.
 // SPDX-License-Identifier: MIT
 #ifndef SIM_PTY_LINK_H
 #define SIM_PTY_LINK_H

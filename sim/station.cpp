@@ -28,6 +28,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// A host that reads nothing holds a sender up no longer than this.
+constexpr std::chrono::seconds kRoomWait{5};
 constexpr std::size_t kBackPressure = 65'536;   // bytes to the host above which senders wait
 constexpr std::size_t kReportMemory = 1 << 20;  // bytes to the host above which reports are lost
 constexpr std::size_t kFrameMemory = 4096;      // frames from the host the module takes in
@@ -312,7 +314,8 @@ void Station::Impl::wake() const {
 
 void Station::Impl::wait_for_room(std::unique_lock<std::mutex>& lock) {
     wake();
-    changed.wait(lock, [this] { return !link || outgoing.waiting() < kBackPressure; });
+    changed.wait_for(lock, kRoomWait,
+                     [this] { return !link || outgoing.waiting() < kBackPressure; });
 }
 
 Station::Station(StationOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {}

@@ -48,7 +48,7 @@ struct ChannelCounters {
     std::uint64_t from_host = 0;  // intact frame commands for the channel
     std::uint64_t refused = 0;    // of these: not sent, as the channel was stopped, listening or
                                   // without CAN FD
-    std::uint64_t reports = 0;    // frame reports for the channel that were passed to the pty
+    std::uint64_t reports = 0;    // frame reports for the channel that were queued for the host
     std::uint64_t lost = 0;       // frame reports dropped because the host did not read
 };
 

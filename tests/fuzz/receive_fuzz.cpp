@@ -57,16 +57,59 @@ void receive_batch(int port) {
     }
 }
 
+// Wrong arguments give no record, whatever waits to be read.
+void receive_wrongly(int port) {
+    constexpr int kClosedPort = 0;
+    CAN_FRAME_INFO frame{};
+    NON_BLOCK_INFO no_room{.cnt = 1, .interval = 0, .can_frame_info = nullptr};
+    NON_BLOCK_INFO closed{.cnt = 1, .interval = 0, .can_frame_info = &frame};
+    TAVUCancelReceive(kClosedPort);
+    TAVUGetLoss(nullptr);
+    const bool is_any = TAVUReceive_CANFD(kClosedPort, &frame) != TAVU_NO_REPORT ||
+                        TAVUReceive(port, nullptr) != TAVU_NO_REPORT ||
+                        TAVUReceiveNonblock(port, &no_room) != 0 ||
+                        TAVUReceiveNonblock(kClosedPort, &closed) != 0 ||
+                        TAVUWaitReceive(kClosedPort, 0) == TAVU_SUCCESS;
+    if (is_any) {
+        fuzz::finding("a record from wrong arguments");
+    }
+}
+
+// What the second byte asks for: range filter of CAN 1 on, a cancelled batch, a cancelled wait.
+void set_up(int port, unsigned choice) {
+    TAVUInitRangeFilter(port, (choice & 1) != 0 ? 2 : 1, 1);
+    if ((choice & 2) != 0) {
+        TAVUCancelReceive(port);
+    }
+    if ((choice & 4) != 0) {
+        TAVUWaitReceive(port, 0);
+    }
+}
+
+int open_port() {
+    const int port = fuzz::open_port();
+    RANGE_FILTER_INFO table{};
+    table.range[0] = {.en = 1, .id_type = TAVU_SID, .id_start = 0x100, .id_end = 0x1FF};
+    TAVUSetRangeFilter(port, &table, nullptr);
+    receive_wrongly(port);
+    TAVUResetLoss();
+    return port;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const int port = fuzz::open_port();
+    static const int port = open_port();
     const std::span<const std::uint8_t> input(data, size);
-    fuzz::feed(input);
-    receive_all(port, TAVUReceive_CANFD);
-    fuzz::feed(input);
-    receive_all(port, TAVUReceive);
+    set_up(port, size > 1 ? data[1] : 0U);
+    for (const Receive receive : {TAVUReceive_CANFD, TAVUReceive}) {
+        fuzz::feed(input);
+        receive_all(port, receive);
+    }
     fuzz::feed(input);
     receive_batch(port);
+    TAVUWaitReceive(port, 0);
+    TAVU_LOSS_INFO lost{};
+    TAVUGetLoss(&lost);
     return 0;
 }

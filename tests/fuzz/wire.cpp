@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,13 +40,14 @@ int open_port() {
     node.is_legal = true;
     node.com_port = kPort;
     node.fd = g_port_fd;
+    node.cancel_fd = eventfd(0, EFD_NONBLOCK);
     tavu::create_com_list(true, node);
     return kPort;
 }
 
 void feed(std::span<const std::uint8_t> input) {
     g_piece_state = input.empty() ? 1 : input.front();
-    g_input = input.empty() ? input : input.subspan(1);
+    g_input = input.size() < 2 ? std::span<const std::uint8_t>() : input.subspan(2);
     g_written = 0;
 }
 
@@ -88,17 +90,28 @@ ssize_t __wrap_write(int fd, const void* buffer, size_t count) {
     return static_cast<ssize_t>(count);
 }
 
-// Input is there at once or never.
-int __wrap_poll(pollfd* requests, nfds_t count, int timeout_ms) {
-    if (count == 0 || requests[0].fd != g_port_fd) {
-        return __real_poll(requests, count, timeout_ms);
+// Input is there at once or never; a port that has run dry may have hung up.
+short port_events(short wanted) {
+    if ((wanted & POLLOUT) != 0) {
+        return POLLOUT;
     }
-    for (nfds_t i = 1; i < count; ++i) {
-        requests[i].revents = 0;
+    if (!g_input.empty()) {
+        return POLLIN;
     }
-    const bool ready = (requests[0].events & POLLOUT) != 0 || !g_input.empty();
-    requests[0].revents = static_cast<short>(ready ? requests[0].events & (POLLIN | POLLOUT) : 0);
-    return ready ? 1 : 0;
+    return g_piece_state % 2 != 0 ? POLLHUP : 0;
+}
+
+int __wrap_poll(pollfd* requests, nfds_t count, int /*timeout_ms*/) {
+    int ready = 0;
+    for (pollfd& request : std::span(requests, count)) {
+        if (request.fd == g_port_fd) {
+            request.revents = port_events(request.events);
+        } else {
+            __real_poll(&request, 1, 0);
+        }
+        ready += request.revents != 0 ? 1 : 0;
+    }
+    return ready;
 }
 
 // The exchange's wait for the reply.

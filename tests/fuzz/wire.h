@@ -13,7 +13,8 @@ namespace fuzz {
 // An open port of the library; its number.
 int open_port();
 
-// What the port's reads bring from now on. The first byte of `input` seeds the size of each piece.
+// What the port's reads bring from now on: `input` behind its first two bytes, the first of which
+// seeds the size of each piece and the second of which is the target's own.
 void feed(std::span<const std::uint8_t> input);
 std::size_t bytes_left();
 

@@ -72,7 +72,8 @@ TEST_F(FrameLog, CellsShowTheFrame) {
         click(bs_info.btn_clr);
         list_insert(record, true);
         for (int column = COL_CH; column <= COL_DATA; ++column) {
-            EXPECT_EQ(rows_of(bs_info.tree, column).at(0), c.cells.at(column - 1U));
+            EXPECT_EQ(rows_of(bs_info.tree, column).at(0),
+                      c.cells.at(static_cast<std::size_t>(column - COL_CH)));
         }
     }
 }

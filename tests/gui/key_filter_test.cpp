@@ -75,8 +75,8 @@ TEST_F(KeyFilter, TypingAByteFillsItsEntryAndMovesToTheNextVisibleOne) {
     for (const auto& [from, to] : {std::pair{3, 4}, std::pair{4, 4}}) {  // byte 5 is hidden
         type_text(bytes[from], "");
         gtk_widget_grab_focus(bytes[from]);
-        for (const guint key : {GDK_KEY_1, GDK_KEY_g, GDK_KEY_minus, GDK_KEY_space, GDK_KEY_c}) {
-            press(bytes[from], key);
+        for (const int key : {GDK_KEY_1, GDK_KEY_g, GDK_KEY_minus, GDK_KEY_space, GDK_KEY_c}) {
+            press(bytes[from], static_cast<guint>(key));
         }
         EXPECT_EQ(shown(bytes[from]), "1c");
         EXPECT_EQ(focus(), bytes[to]);

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
+#include <algorithm>
 
 namespace {
 
@@ -18,12 +18,18 @@ constexpr PortSettings kOff;
 constexpr PortSettings kClassic{.started = true};
 constexpr PortSettings kListener{.started = true, .listen = true};
 constexpr PortSettings kFd{.started = true, .fd = true};
+constexpr PortSettings kOtherRate{.started = true, .nominal_bps = 250'000};
+constexpr PortSettings kOtherDataRate{.started = true, .fd = true, .data_bps = 5'000'000};
+
+constexpr PortSettings with_filter(std::uint8_t type, std::uint32_t id, std::uint32_t mask) {
+    return {.started = true, .filter_type = type, .filter_id = id, .filter_mask = mask};
+}
 
 // A bus and what came of it.
 struct Rig {
     Rig(sim::BusOptions options, const PortSettings& one, const PortSettings& two)
         : bus(options, {[this](const Frame& frame, auto) { received.push_back(frame); },
-                        [this] { ++errors; }, [this] { return received.size() < 100; }}) {
+                        [this] { ++errors; }, [] { return true; }}) {
         bus.configure(0, one);
         bus.configure(1, two);
     }
@@ -32,60 +38,41 @@ struct Rig {
     sim::Bus bus;
 };
 
-constexpr PortSettings with_filter(std::uint8_t type, std::uint32_t id, std::uint32_t mask) {
-    return {.started = true, .filter_type = type, .filter_id = id, .filter_mask = mask};
-}
-
 TEST(Bus, DeliversToAChannelThatUnderstandsTheFrameAndLetsItPass) {
-    constexpr PortSettings kOtherRate{.started = true, .nominal_bps = 250'000};
-    constexpr PortSettings kOtherDataRate{.started = true, .fd = true, .data_bps = 5'000'000};
     const Frame sid{.id = 0x123, .dlc = 2};
     const Frame eid{.id = 0x123, .dlc = 2, .extended = true};
     const Frame fd{.id = 1, .dlc = 9, .fd = true};
     const Frame brs{.id = 1, .dlc = 9, .fd = true, .brs = true};
     enum Outcome { not_sent, unacknowledged, filtered, arrives };
-    struct Row {
-        const char* name;
-        Frame frame;
-        PortSettings from;
-        PortSettings to;
-        Outcome outcome;
-    };
-    const Row rows[] = {
-        {"same rates", sid, kClassic, kClassic, arrives},
-        {"sender stopped", sid, kOff, kClassic, not_sent},
-        {"sender listens", sid, kListener, kClassic, not_sent},
-        {"sender without FD", fd, kClassic, kFd, not_sent},
-        {"receiver stopped", sid, kClassic, kOff, unacknowledged},
-        {"receiver listens", sid, kClassic, kListener, unacknowledged},
-        {"receiver without FD", fd, kFd, kClassic, unacknowledged},
-        {"nominal rates differ", sid, kClassic, kOtherRate, unacknowledged},
-        {"data rates differ", brs, kFd, kOtherDataRate, unacknowledged},
-        {"data rates differ, unused", fd, kFd, kOtherDataRate, arrives},
-        {"filter hit", sid, kClassic, with_filter(1, 0x120, 0x7F0), arrives},
-        {"filter miss", sid, kClassic, with_filter(1, 0x130, 0x7F0), filtered},
-        {"filter of the other type", eid, kClassic, with_filter(1, 0x123, 0x7FF), filtered},
-        {"29-bit hit", eid, kClassic, with_filter(2, 0x123, 0x3FFFFFFF), arrives},
-        {"29-bit miss", eid, kClassic, with_filter(2, 0x10000123, 0x3FFFFFFF), filtered}};
-    for (const Row& row : rows) {
-        Rig rig({}, row.from, row.to);
-        EXPECT_EQ(rig.bus.send(row.frame, kStart), row.outcome != not_sent) << row.name;
+    const std::tuple<const char*, int, Frame, PortSettings, PortSettings, Outcome> rows[] = {
+        {"sender stopped", 0, sid, kOff, kClassic, not_sent},
+        {"sender listens", 0, sid, kListener, kClassic, not_sent},
+        {"sender without FD", 0, fd, kClassic, kFd, not_sent},
+        {"receiver stopped", 0, sid, kClassic, kOff, unacknowledged},
+        {"receiver listens", 0, sid, kClassic, kListener, unacknowledged},
+        {"receiver listens, a node hears", 1, sid, kClassic, kListener, arrives},
+        {"receiver without FD", 0, fd, kFd, kClassic, unacknowledged},
+        {"nominal rates differ", 0, sid, kClassic, kOtherRate, unacknowledged},
+        {"data rates differ", 0, brs, kFd, kOtherDataRate, unacknowledged},
+        {"data rates differ, unused", 0, fd, kFd, kOtherDataRate, arrives},
+        {"filter hit", 0, sid, kClassic, with_filter(1, 0x120, 0x7F0), arrives},
+        {"filter miss", 0, sid, kClassic, with_filter(1, 0x130, 0x7F0), filtered},
+        {"filter of the other type", 0, eid, kClassic, with_filter(1, 0x123, 0x7FF), filtered},
+        {"29-bit hit", 0, eid, kClassic, with_filter(2, 0x123, 0x3FFFFFFF), arrives},
+        {"29-bit miss", 0, eid, kClassic, with_filter(2, 0x10000123, 0x3FFFFFFF), filtered}};
+    for (const auto& [name, nodes, frame, from, to, outcome] : rows) {
+        Rig rig({.nodes = nodes}, from, to);
+        EXPECT_EQ(rig.bus.send(frame, kStart), outcome != not_sent) << name;
         rig.bus.advance(kStart + 1s);
-        EXPECT_EQ(rig.received.size(), row.outcome == arrives ? 1U : 0U) << row.name;
-        EXPECT_EQ(rig.errors > 0, row.outcome == unacknowledged) << row.name;
+        EXPECT_EQ(rig.received.size(), outcome == arrives ? 1U : 0U) << name;
+        EXPECT_EQ(rig.errors > 0, outcome == unacknowledged) << name;
     }
-    Rig heard_by_a_node({.nodes = 1}, kClassic, kListener);
-    heard_by_a_node.bus.send(sid, kStart);
-    heard_by_a_node.bus.advance(kStart + 1s);
-    EXPECT_EQ(heard_by_a_node.received.size(), 1U);
 }
 
 TEST(Bus, CountersRiseWithoutAcknowledgementAndFallAgain) {
     Rig rig({}, kClassic, kOff);
     rig.bus.send({.id = 5}, kStart);
     rig.bus.send({.id = 6}, kStart);
-    rig.bus.advance(kStart + 200us);
-    EXPECT_EQ(rig.bus.errors(0).transmit, 8);
     rig.bus.advance(kStart + 1s);
     EXPECT_EQ(rig.bus.errors(0).transmit, 128);
     EXPECT_EQ(rig.errors, 16);        // error passive: no further rise
@@ -97,23 +84,20 @@ TEST(Bus, CountersRiseWithoutAcknowledgementAndFallAgain) {
 }
 
 TEST(Bus, FramesTakeTheirTimeUnlessTheBusIsFlooded) {
-    // Without stuff bits, and with all of them.
-    const std::tuple<Frame, std::chrono::microseconds, std::chrono::microseconds> rows[] = {
-        {{.dlc = 8}, 222us, 270us},
-        {{.dlc = 8, .extended = true}, 262us, 320us},
-        {{.dlc = 8, .remote = true}, 94us, 110us},
-        {{.dlc = 15, .fd = true, .brs = true}, 330us, 400us},
-        {{.dlc = 15, .fd = true}, 1130us, 1400us}};
-    for (const auto& [frame, shortest, longest] : rows) {
-        for (const bool flood : {false, true}) {
-            Rig rig({.flood = flood}, kFd, kFd);
-            rig.bus.send(frame, kStart);
-            rig.bus.send(frame, kStart);
-            rig.bus.advance(kStart + 2 * shortest - 1us);
-            EXPECT_EQ(rig.received.size(), flood ? 2U : 1U) << shortest.count();
-            rig.bus.advance(kStart + 2 * longest);
-            EXPECT_EQ(rig.received.size(), 2U) << shortest.count();
-        }
+    using std::chrono::microseconds;  // without stuff bits, and with all of them
+    const std::tuple<bool, Frame, microseconds, microseconds> rows[] = {
+        {false, {.dlc = 8}, 222us, 270us},
+        {false, {.dlc = 8, .extended = true}, 262us, 320us},
+        {false, {.dlc = 8, .remote = true}, 94us, 110us},
+        {false, {.dlc = 15, .fd = true, .brs = true}, 330us, 400us},
+        {true, {.dlc = 15, .fd = true, .brs = true}, 0us, 0us}};
+    for (const auto& [flood, frame, shortest, longest] : rows) {
+        Rig rig({.flood = flood}, kFd, kFd);
+        rig.bus.send(frame, kStart);
+        rig.bus.advance(kStart + shortest - 1us);
+        EXPECT_EQ(rig.received.size(), 0U) << shortest.count();
+        rig.bus.advance(kStart + longest);
+        EXPECT_EQ(rig.received.size(), 1U) << shortest.count();
     }
 }
 
@@ -129,24 +113,14 @@ TEST(Bus, LowestIdentifierWinsAndStoppingDropsTheRest) {
 }
 
 TEST(Bus, NodesSendAtTheirRateAndUseFdOnlyWhereAllChannelsDo) {
-    for (const bool fd : {false, true}) {
-        Rig rig({.nodes = 3, .traffic_per_s = 500}, kFd, fd ? kFd : kClassic);
+    for (const PortSettings& second : {kFd, kClassic}) {
+        Rig rig({.nodes = 3, .traffic_per_s = 500}, kFd, second);
         for (auto passed = 0ms; passed <= 1s; passed += 10ms) {
             rig.bus.advance(kStart + passed);
         }
         EXPECT_NEAR(static_cast<double>(rig.received.size()), 1000, 60);  // each on both channels
-        std::set<std::uint32_t> ids;
-        std::set<bool> formats;
-        for (const Frame& frame : rig.received) {
-            ids.insert(frame.id);
-            formats.insert(frame.fd);
-        }
-        EXPECT_EQ(ids.size(), 48U);
-        EXPECT_EQ(formats.size(), fd ? 2U : 1U);
+        EXPECT_EQ(std::ranges::any_of(rig.received, &Frame::fd), second.fd);
     }
-    Rig flooded({.traffic_per_s = 1e12, .flood = true}, kClassic, kOff);
-    flooded.bus.advance(kStart);
-    EXPECT_EQ(flooded.received.size(), 100U);  // held back when the host is full
 }
 
 }  // namespace
