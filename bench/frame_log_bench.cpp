@@ -122,8 +122,8 @@ void empty_rings() {
 void feed(int rate) {
     const Clock::time_point start = Clock::now();
     int pushed = 0;
-    for (double ms = 0; ms < kRunLength_ms; ms = ms_since(start)) {
-        const int due = static_cast<int>(ms / 1000.0 * rate);
+    while (ms_since(start) < kRunLength_ms) {
+        const int due = static_cast<int>(ms_since(start) / 1000.0 * rate);
         for (; pushed < due; ++pushed) {
             recv_queue_push(sample_record(pushed).frame_info);
         }
@@ -211,7 +211,7 @@ int main(int argc, char** argv) {
         const double seconds = kRunLength_ms / 1000.0;
         std::printf("redraws at %6d records/s   %10.1f /s   naive %10.1f /s   ratio %.1f\n", rate,
                     ours.count / seconds, naive.count / seconds,
-                    static_cast<double>(ours.count) / std::max(naive.count, 1));
+                    static_cast<double>(ours.count) / naive.count);
         std::printf("  longest gap                  %10.0f ms   naive %10.0f ms\n",
                     ours.longest_gap_ms, naive.longest_gap_ms);
     }

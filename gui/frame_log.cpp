@@ -23,7 +23,7 @@ constexpr int kBytesPerLine = 8;
 struct LOG_COLUMN {
     const char* title;
     int width_px;
-    const char* widest;  // text; a double click on the column's edge makes the column fit it
+    const char* widest;  // text; the column grows to it where the font needs more than width_px
 };
 constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{{"NO", 40, "1000"},
                                                     {"CH", 40, "2"},

@@ -6,24 +6,19 @@
 
 namespace {
 
-CAN_FRAME_INFO frame_with_id(unsigned id) {
-    CAN_FRAME_INFO frame{};
-    frame.id_type = TAVU_SID;
-    frame.id = id;
-    return frame;
-}
-
 // Identifiers in the log: sent ones from 0x500, received ones from 0x600.
 Lines logged() {
     return rows_of(bs_info.tree, COL_ID);
 }
 
 void queue(unsigned sent_cnt, unsigned received_cnt) {
-    for (unsigned i = 0; i < sent_cnt; ++i) {
-        ASSERT_TRUE(send_queue_push(frame_with_id(0x500 + i)));
+    CAN_FRAME_INFO frame{};
+    frame.id_type = TAVU_SID;
+    for (frame.id = 0x500; frame.id < 0x500 + sent_cnt; ++frame.id) {
+        ASSERT_TRUE(send_queue_push(frame));
     }
-    for (unsigned i = 0; i < received_cnt; ++i) {
-        ASSERT_TRUE(recv_queue_push(frame_with_id(0x600 + i)));
+    for (frame.id = 0x600; frame.id < 0x600 + received_cnt; ++frame.id) {
+        ASSERT_TRUE(recv_queue_push(frame));
     }
 }
 

@@ -20,30 +20,11 @@ struct Answering {
     bool path_set = false;
 };
 
-GtkWidget* open_dialog() {
-    GtkWidget* found = nullptr;
-    GList* toplevels = gtk_window_list_toplevels();
-    for (GList* item = toplevels; item != nullptr; item = item->next) {
-        found = GTK_IS_FILE_CHOOSER_DIALOG(item->data) ? GTK_WIDGET(item->data) : found;
-    }
-    g_list_free(toplevels);
-    return found;
-}
-
-void set_path(GtkFileChooser* chooser, const fs::path& path) {
-    if (gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_SAVE) {
-        gtk_file_chooser_set_current_folder(chooser, path.parent_path().c_str());
-        gtk_file_chooser_set_current_name(chooser, path.filename().c_str());
-    } else {
-        gtk_file_chooser_set_filename(chooser, path.c_str());
-    }
-}
-
 // Runs over and over inside the dialog's loop: the chooser takes and gives paths in its own time.
 gboolean answer_dialog(gpointer data) {
     Answering& answering = *static_cast<Answering*>(data);
-    GtkWidget* dialog = open_dialog();
-    if (dialog == nullptr || gtk_widget_get_mapped(dialog) == FALSE) {
+    GtkWidget* dialog = gtk_grab_get_current();
+    if (!GTK_IS_FILE_CHOOSER_DIALOG(dialog)) {
         return TRUE;
     }
     GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
@@ -51,7 +32,12 @@ gboolean answer_dialog(gpointer data) {
     const bool saves = gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_SAVE;
     if (!answering.path_set && (!saves || shown_path)) {
         answering.proposed = shown_path ? shown_path.get() : "";
-        set_path(chooser, answering.path);
+        if (saves) {
+            gtk_file_chooser_set_current_folder(chooser, answering.path.parent_path().c_str());
+            gtk_file_chooser_set_current_name(chooser, answering.path.filename().c_str());
+        } else {
+            gtk_file_chooser_set_filename(chooser, answering.path.c_str());
+        }
         answering.path_set = true;
         return TRUE;
     }

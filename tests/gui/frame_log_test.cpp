@@ -44,20 +44,12 @@ TEST_F(FrameLog, CellsShowTheFrame) {
         unsigned id;
         Lines cells;  // from CH to DATA
     };
+    const char* const kTwelve = "F9 FA FB FC FD FE FF 00\n01 02 03 04";
     const Case cases[] = {
         {0, 1, 8, 1, 0, 0, 1, 0x12, {"1", "Recv", "SID", "012", "RTR ", "8", ""}},
         {1, 2, 0, 0, 0, 0, 1, 0x1ABCDE, {"2", "Recv", "EID", "001ABCDE", "2.0B", "0", ""}},
         {2, 0, 1, 0, 0, 0, 0, 1, {"3", "Recv", "EID", "00000001", "2.0B", "1", "F9"}},
-        {0,
-         1,
-         9,
-         0,
-         1,
-         1,
-         1,
-         0x7FF,
-         {"1", "Recv", "SID", "7FF", "FD / BRS / ESI ", "12",
-          "F9 FA FB FC FD FE FF 00\n01 02 03 04"}},
+        {0, 1, 9, 0, 1, 1, 1, 0x7FF, {"1", "Recv", "SID", "7FF", "FD / BRS / ESI ", "12", kTwelve}},
         {0, 1, 2, 0, 1, 1, 0, 0, {"1", "Recv", "SID", "000", "FD / BRS", "2", "F9 FA"}},
         {0, 1, 2, 0, 1, 0, 1, 0, {"1", "Recv", "SID", "000", "FD / ESI ", "2", "F9 FA"}},
         {0, 1, 2, 0, 1, 0, 0, 0, {"1", "Recv", "SID", "000", "FD", "2", "F9 FA"}},
@@ -108,18 +100,16 @@ TEST_F(FrameLog, LogStartsAfreshAfterAThousandRowsAndAfterClear) {
     for (int i = 0; i <= kLogRowsMax; ++i) {
         list_insert(record_on(CAN_1), i % 2 == 0);
     }
-    const Lines first_row{"1", "1", "Recv", "SID", "000", "2.0B", "0", "", "01:02:03:004"};
-    const auto with_counts = [&](const Lines& counts) {
-        Lines lines = first_row;
-        lines.insert(lines.end(), counts.begin(), counts.end());
-        return lines;
-    };
-    EXPECT_EQ(log_and_counts(), with_counts({"500", "0", "501", "0"}));
+    Lines expected{"1",   "1", "Recv", "SID", "000", "2.0B", "0", "", "01:02:03:004",
+                   "500", "0", "501",  "0"};
+    EXPECT_EQ(log_and_counts(), expected);
     list_insert(record_on(CAN_1), false);
     click(bs_info.btn_clr);
     EXPECT_EQ(log_and_counts(), (Lines{"0", "0", "0", "0"}));
     list_insert(record_on(CAN_1), true);
-    EXPECT_EQ(log_and_counts(), with_counts({"0", "0", "1", "0"}));
+    expected[9] = "0";
+    expected[11] = "1";
+    EXPECT_EQ(log_and_counts(), expected);
 }
 
 // Rows are sized from one measurement, which must agree with a layout of the longest payload.

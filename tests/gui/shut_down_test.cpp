@@ -7,19 +7,13 @@
 #include "tests/gui/ui_fixture.h"
 
 using ShutDown = UiTest;
-using sim::Bytes;
 
 TEST_F(ShutDown, ClosingTheWindowStopsTheModuleAndEndsTheLoop) {
-    ASSERT_TRUE(connect_to(ROW_USB1));
-    ASSERT_TRUE(start_can());
-    g_idle_add(
-        [](gpointer window) -> gboolean {
-            gtk_widget_destroy(GTK_WIDGET(window));
-            return FALSE;
-        },
-        windows->main_window);
+    ASSERT_TRUE(connect_to(ROW_USB1) && start_can());
+    g_idle_add_once([](gpointer window) { gtk_widget_destroy(GTK_WIDGET(window)); },
+                    windows->main_window);
     gtk_main();
-    EXPECT_EQ(sent(ROW_USB1, 0x61).back(), (Bytes{0x61, 0, 0}));
+    EXPECT_EQ(sent(ROW_USB1, 0x61).back(), (sim::Bytes{0x61, 0, 0}));
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
     shut_down();
 }

@@ -6,23 +6,9 @@
 
 #include <algorithm>
 
-namespace {
-
-struct Modules {
-    sim::Station usb1{{.device = "/dev/ttyUSB1"}};
-    sim::Station acm0{{.device = "/dev/ttyACM0"}};
-};
-
-Modules& modules() {
-    static Modules both;
-    return both;
-}
-
-}  // namespace
-
 void UiTest::SetUpTestSuite() {
     if (windows == nullptr) {
-        modules();
+        station(ROW_USB1);
         start_up(nullptr, nullptr);
     }
 }
@@ -38,7 +24,9 @@ void UiTest::TearDown() {
 }
 
 sim::Station& station(int row) {
-    return row == ROW_USB1 ? modules().usb1 : modules().acm0;
+    static sim::Station usb1({.device = "/dev/ttyUSB1"});
+    static sim::Station acm0({.device = "/dev/ttyACM0"});
+    return row == ROW_USB1 ? usb1 : acm0;
 }
 
 bool connect_to(int row) {
@@ -63,23 +51,11 @@ bool run_until(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-void click(GtkWidget* button) {
-    gtk_button_clicked(GTK_BUTTON(button));
-}
-
-void choose(GtkWidget* combo, int row) {
-    gtk_combo_box_set_active(GTK_COMBO_BOX(combo), row);
-}
-
 void choose_text(GtkWidget* combo, const std::string& text) {
     const Lines rows = rows_of(combo);
     const auto found = std::find(rows.begin(), rows.end(), text);
     ASSERT_NE(found, rows.end()) << text;
     choose(combo, static_cast<int>(found - rows.begin()));
-}
-
-void type_text(GtkWidget* entry, const char* text) {
-    gtk_entry_set_text(GTK_ENTRY(entry), text);
 }
 
 std::string shown(GtkWidget* widget) {
@@ -94,9 +70,9 @@ std::string shown(GtkWidget* widget) {
 }
 
 Lines rows_of(GtkWidget* combo_or_view, int column) {
-    GtkTreeModel* model = GTK_IS_COMBO_BOX(combo_or_view)
-                              ? gtk_combo_box_get_model(GTK_COMBO_BOX(combo_or_view))
-                              : gtk_tree_view_get_model(GTK_TREE_VIEW(combo_or_view));
+    GtkTreeModel* model = nullptr;
+    g_object_get(combo_or_view, "model", &model, nullptr);
+    const GObjectRef<GtkTreeModel> owned_model(model);
     Lines lines;
     GtkTreeIter row;
     while (model != nullptr &&
@@ -109,16 +85,11 @@ Lines rows_of(GtkWidget* combo_or_view, int column) {
     return lines;
 }
 
-Lines log_lines() {
-    return rows_of(sl_info.tree);
-}
-
 std::vector<sim::Bytes> sent(int row, std::uint8_t command) {
-    constexpr std::ptrdiff_t kClosing = 3;  // checksum, CR, LF
     std::vector<sim::Bytes> found;
     for (const sim::Bytes& frame : station(row).commands()) {
         if (frame.front() == command) {
-            found.emplace_back(frame.begin(), frame.end() - kClosing);
+            found.emplace_back(frame.begin(), frame.end() - 3);
         }
     }
     return found;

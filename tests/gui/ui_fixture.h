@@ -38,13 +38,21 @@ sim::Station& station(int row);
 bool run_until(const std::function<bool()>& condition,
                std::chrono::milliseconds limit = std::chrono::seconds(5));
 
-void click(GtkWidget* button);
-void choose(GtkWidget* combo, int row);
+inline void click(GtkWidget* button) {
+    gtk_button_clicked(GTK_BUTTON(button));
+}
+inline void choose(GtkWidget* combo, int row) {
+    gtk_combo_box_set_active(GTK_COMBO_BOX(combo), row);
+}
 void choose_text(GtkWidget* combo, const std::string& text);
-void type_text(GtkWidget* entry, const char* text);
+inline void type_text(GtkWidget* entry, const char* text) {
+    gtk_entry_set_text(GTK_ENTRY(entry), text);
+}
 std::string shown(GtkWidget* widget);  // text of a label, button, entry or combo
 Lines rows_of(GtkWidget* combo_or_view, int column = 0);
-Lines log_lines();
+inline Lines log_lines() {
+    return rows_of(sl_info.tree);
+}
 inline bool enabled(GtkWidget* widget) {
     return gtk_widget_get_sensitive(widget) != FALSE;
 }

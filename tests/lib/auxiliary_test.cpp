@@ -33,12 +33,16 @@ TEST(Auxiliary, OpenWithoutAnswerSucceedsAndTellsTheDescriptor) {
 
 TEST(Auxiliary, RawExchangeSendsAsGivenAndChecksItsLengths) {
     OpenModule module;
-    module.station.script_reply(0x36, hex("99 07 12"));
+    module.station.script_reply(0x36, hex("99 07 12 34 56 78 AA BB"));
     TEST_INFO info{.reserved = 9, .send_len = 4, .recv_len = 6, .send_buf = {}, .recv_buf = {}};
     std::copy_n(tavu::bldid_cmd.begin(), 4, info.send_buf);
     EXPECT_EQ(TAVUTesting(kPort, &info), TAVU_SUCCESS);
-    EXPECT_EQ(text_of(sim::ByteView(info.recv_buf).first(6)), "99 07 12 00 00 00");
+    EXPECT_EQ(text_of(sim::ByteView(info.recv_buf).first(7)), "99 07 12 34 56 78 00");
     EXPECT_EQ(module.sent(), Texts{"36 36 0D 0A"});
+    module.station.script_reply(0x36, hex("99 07 12"));
+    EXPECT_EQ(TAVUTesting(kPort, &info), TAVU_SUCCESS);
+    EXPECT_EQ(text_of(sim::ByteView(info.recv_buf).first(6)), "99 07 12 00 00 00");
+    module.sent();
     for (const auto& [send_len, recv_len] : {std::pair{257, 1}, {-1, 1}, {4, 257}, {4, -1}}) {
         info.send_len = send_len;
         info.recv_len = recv_len;

@@ -1,33 +1,36 @@
-// tests/lib/canfd_test.cpp - test: CAN FD settings and bit timing on the wire.
+// tests/lib/canfd_test.cpp - test: both configurations decoded, bit timing on the wire.
 // Uses the public calls against a simulated module.
 // SPDX-License-Identifier: MIT
 #include "tests/lib/support.h"
 
 namespace {
 
-TEST(CanFd, DataRatesGoBeforeEnables) {
+template <typename Record>
+void decoding_check(int (*get)(int, Record*), std::uint8_t command, const char* answer) {
     OpenModule module;
-    EXPECT_EQ(TAVUSetCFG_CANFD(kPort, {5, 1, 2, 0}), TAVU_SUCCESS);
-    EXPECT_EQ(module.sent(), Texts{"4A 05 02 01 00 52 0D 0A"});
+    module.station.script_reply(command, hex(answer));
+    Record info{};
+    ASSERT_EQ(get(kPort, &info), TAVU_SUCCESS);
+    EXPECT_EQ(text_of(info.baud) + " " + text_of(info.mode), "09 07 01 00");
+    EXPECT_EQ(text_of(info.flt_type), "02 01");
+    EXPECT_EQ((std::array{info.flt_id[0], info.flt_mask[0]}), (std::array{0x123U, 0x1FFFFFFFU}));
+    EXPECT_EQ((std::array{info.flt_id[1], info.flt_mask[1]}), (std::array{0x234U, 0x7FFU}));
+    EXPECT_EQ(info.err_set, 255);
+    if constexpr (std::is_same_v<Record, CANFD_CFG_INFO>) {
+        EXPECT_EQ(text_of(info.fdf_en) + " " + text_of(info.datarate), "01 00 05 08");
+    }
+    module.station.script_reply(command, {});
+    EXPECT_EQ(get(kPort, &info), TAVU_FAILURE);
+    EXPECT_EQ(info.err_set + info.baud[0] + static_cast<int>(info.flt_id[0]), 0);
 }
 
-TEST(CanFd, ConfigurationIsDecodedAndAFailureClearsIt) {
-    OpenModule module;
-    module.station.script_reply(
-        0x47,
-        hex("47 00 07 00 01 00 00 02 34 00 00 07 FF 09 01 02 00 00 01 23 3F FF FF FF 02 01 05 00 "
-            "08 00 0D 0A"));
-    CANFD_CFG_INFO info{};
-    ASSERT_EQ(TAVUGetCFG_CANFD(kPort, &info), TAVU_SUCCESS);
-    EXPECT_EQ(info.flt_mask[0], 0x7FFU);
-    EXPECT_EQ(info.flt_id[1], 0x123U);
-    EXPECT_EQ(info.flt_mask[1], 0x1FFFFFFFU);
-    EXPECT_EQ(info.err_set, 2);
-    EXPECT_EQ(info.fdf_en[0] * 10 + info.fdf_en[1], 10);
-    EXPECT_EQ(info.datarate[0] * 10 + info.datarate[1], 58);
-    module.station.script_reply(0x47, {});
-    EXPECT_EQ(TAVUGetCFG_CANFD(kPort, &info), TAVU_FAILURE);
-    EXPECT_EQ(info.err_set + info.datarate[0] + static_cast<int>(info.flt_mask[1]), 0);
+TEST(CanFd, ConfigurationsAreDecodedAndAFailureClearsThem) {
+    decoding_check(
+        TAVUGetCfg, 0x37,
+        "37 00 09 01 02 00 00 01 23 3F FF FF FF 07 00 01 00 00 02 34 00 00 07 FF FF 00 0D 0A");
+    decoding_check(TAVUGetCFG_CANFD, 0x47,
+                   "47 00 09 01 02 00 00 01 23 3F FF FF FF 07 00 01 00 00 02 34 00 00 07 FF FF 01 "
+                   "05 00 08 00 0D 0A");
 }
 
 TEST(CanFd, TimingSetTravelsWithoutTheParametersThatStayHere) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <thread>
+#include <type_traits>
 
 namespace {
 
@@ -15,114 +16,97 @@ using Call = std::function<int(int com_port)>;
 struct PublicCall {
     const char* name;
     Call call;
-    std::uint8_t command = 0;  // of its last exchange; 0: makes none
+    const char* command = "";  // its last one, if that is answered
     int failure = TAVU_FAILURE;
 };
 
-template <typename Record>
-Call filling(int (*call)(int, Record*)) {
-    return [call](int port) {
-        Record record{};
-        return call(port, &record);
-    };
+// `call` with a zero record of its own and the further arguments.
+template <typename Record, typename... Further>
+Call filling(int (*call)(int, Record*, Further...), std::type_identity_t<Further>... further) {
+    return [=](int port) { return call(port, std::make_unique<Record>().get(), further...); };
 }
 
-const std::vector<PublicCall>& exchanges() {
-    static const std::vector<PublicCall> calls = {
-        {"ShowVer", filling(TAVUShowVer), 0x36},
-        {"GetCANStatus",
-         [](int port) {
-             int can1 = 0;
-             int can2 = 0;
-             return TAVUGetCANStatus(port, &can1, &can2);
-         },
-         0x60},
-        {"InitCAN", [](int port) { return TAVUInitCAN(port, 0, 0); }, 0x61},
-        {"InitCANReal", [](int port) { return TAVUInitCANReal(port, 0, 0); }, 0x61},
-        {"ResetCAN", TAVUResetCAN, 0x34},
-        {"GetCfg", filling(TAVUGetCfg), 0x37},
-        {"GetVCOMConfig", filling(TAVUGetVCOMConfig), 0x4D},
-        {"SetVCOMConfig", [](int port) { return TAVUSetVCOMConfig(port, 1); }, 0x4E},
-        {"SetBaudRate", [](int port) { return TAVUSetBaudRate(port, 7, 9); }, 0x30},
-        {"SetMode", [](int port) { return TAVUSetMode(port, 0, 1); }, 0x33},
-        {"SetErrorType", [](int port) { return TAVUSetErrorType(port, 2); }, 0x38},
-        {"SetFilter",
-         [](int port) {
-             return TAVUSetFilter(port, {0, 1, 2, 3});
-         },
-         0x31},
-        {"ClearFilter", [](int port) { return TAVUClearFilter(port, 1); }, 0x32},
-        {"ExpCfg", [](int port) { return TAVUExpCfg(port, "/dev/null"); }, 0x37},
-        {"SetCFG_CANFD",
-         [](int port) {
-             return TAVUSetCFG_CANFD(port, {5, 1, 2, 0});
-         },
-         0x4A},
-        {"GetCFG_CANFD", filling(TAVUGetCFG_CANFD), 0x47},
-        {"Set_Timing", [](int port) { return TAVUSet_TimingCFG_CANFD(port, {}); }, 0x4B},
-        {"Get_Timing",
-         [](int port) {
-             TIMING_CFG_CANFD timing{};
-             return TAVUGet_TimingCFG_CANFD(port, &timing, 0);
-         },
-         0x4C},
-        {"GetBLDID",
-         [](int port) {
-             unsigned char bldid[2] = {};
-             return TAVUGetBLDID(port, bldid);
-         },
-         0x36}};
-    return calls;
+template <typename... Values>
+Call with(int (*call)(int, Values...), std::type_identity_t<Values>... values) {
+    return [=](int port) { return call(port, values...); };
 }
+
+int both_states(int port) {
+    int states[2] = {};
+    return TAVUGetCANStatus(port, &states[0], &states[1]);
+}
+
+int both_tables(int port) {
+    RANGE_FILTER_INFO tables[2] = {};
+    return TAVUGetRangeFilter(port, &tables[0], &tables[1]);
+}
+
+int build_identifier(int port) {
+    unsigned char bldid[2] = {};
+    return TAVUGetBLDID(port, bldid);
+}
+
+int batch_of_one(int port) {
+    CAN_FRAME_INFO record{};
+    NON_BLOCK_INFO batch{.cnt = 1, .interval = 1, .can_frame_info = &record};
+    return TAVUReceiveNonblock(port, &batch);
+}
+
+const FILTER_INFO kExtended = {0, TAVU_EID, 0x123, 0x1FFFFFFF};
+const FILTER_INFO kStandard = {1, TAVU_SID, 0x123, 0x7FF};
+
+const std::vector<PublicCall> exchanges = {
+    {"ShowVer", filling(TAVUShowVer), "36 36 0D 0A"},
+    {"GetCANStatus", both_states, "60 60 0D 0A"},
+    {"InitCAN", with(TAVUInitCAN, 0, 0), "61 00 00 61 0D 0A"},
+    {"InitCANReal", with(TAVUInitCANReal, 1, 0), "61 01 00 62 0D 0A"},
+    {"ResetCAN", TAVUResetCAN, "34 34 0D 0A"},
+    {"GetCfg", filling(TAVUGetCfg), "37 37 0D 0A"},
+    {"GetVCOMConfig", filling(TAVUGetVCOMConfig), "4D 4D 0D 0A"},
+    {"SetVCOMConfig", with(TAVUSetVCOMConfig, 0x101), "4E 01 4F 0D 0A"},
+    {"SetBaudRate", with(TAVUSetBaudRate, 7, 9), "30 07 09 40 0D 0A"},
+    {"SetMode", with(TAVUSetMode, 0, 1), "33 00 01 34 0D 0A"},
+    {"SetErrorType", with(TAVUSetErrorType, TAVU_EN_ALL), "38 FF 37 0D 0A"},
+    {"SetFilter1", with(TAVUSetFilter, kExtended), "31 02 00 00 01 23 3F FF FF FF 93 0D 0A"},
+    {"SetFilter2", with(TAVUSetFilter, kStandard), "32 01 00 00 01 23 00 00 07 FF 5D 0D 0A"},
+    {"ClearFilter1", with(TAVUClearFilter, 0), "31 00 00 00 00 00 00 00 00 00 31 0D 0A"},
+    {"ClearFilter2", with(TAVUClearFilter, 1), "32 00 00 00 00 00 00 00 00 00 32 0D 0A"},
+    {"ExpCfg", with(TAVUExpCfg, "/dev/null"), "37 37 0D 0A"},
+    {"SetCFG_CANFD", with(TAVUSetCFG_CANFD, {5, 1, 2, 0}), "4A 05 02 01 00 52 0D 0A"},
+    {"GetCFG_CANFD", filling(TAVUGetCFG_CANFD), "47 47 0D 0A"},
+    {"Set_Timing",
+     with(TAVUSet_TimingCFG_CANFD,
+          {1, 11, 12, 13, 14, 15, 16, 0x123, 18, 19, 20, 21, 22, 23, 24, 25, 26}),
+     "4B 01 0B 0C 0D 0E 10 23 12 13 14 15 16 17 18 19 1A 77 0D 0A"},
+    {"Get_Timing", filling(TAVUGet_TimingCFG_CANFD, 0), "4C 00 4C 0D 0A"},
+    {"GetBLDID", build_identifier, "36 36 0D 0A"}};
 
 // Write without waiting for an answer.
-const std::vector<PublicCall>& writes() {
-    static const CAN_FRAME_INFO frame = [] {
-        CAN_FRAME_INFO info{};
-        info.id_type = TAVU_SID;
-        return info;
-    }();
-    static const std::vector<PublicCall> calls = {
-        {"GetBusError", TAVUGetBusError},
-        {"Testing", filling(TAVUTesting)},
-        {"Send", [](int port) { return TAVUSend(port, frame); }},
-        {"Send_CANFD", [](int port) { return TAVUSend_CANFD(port, frame); }}};
-    return calls;
-}
+const std::vector<PublicCall> writes = {{"GetBusError", TAVUGetBusError},
+                                        {"Testing", filling(TAVUTesting)},
+                                        {"Send", with(TAVUSend, {})},
+                                        {"Send_CANFD", with(TAVUSend_CANFD, {})}};
 
-const std::vector<PublicCall>& other_calls() {
-    static const std::vector<PublicCall> calls = {
-        {"OpenDevice", TAVUOpenDevice},
-        {"OpenDeviceSCT", TAVUOpenDeviceSCT},
-        {"OpenSocketCAN", [](int port) { return TAVUOpenSocketCAN(port, nullptr); }},
-        {"CloseDevice", TAVUCloseDevice},
-        {"FlexibleVCOM", TAVUFlexibleVCOM},
-        {"InitRangeFilter", [](int port) { return TAVUInitRangeFilter(port, 2, 2); }},
-        {"GetRangeFilter",
-         [](int port) {
-             RANGE_FILTER_INFO tables[2] = {};
-             return TAVUGetRangeFilter(port, &tables[0], &tables[1]);
-         }},
-        {"SetRangeFilter", [](int port) { return TAVUSetRangeFilter(port, nullptr, nullptr); }},
-        {"ImpCfg", [](int port) { return TAVUImpCfg(port, "/dev/zero"); }},
-        {"WaitReceive", [](int port) { return TAVUWaitReceive(port, 60000); }},
-        {"SetRecvBlock", [](int port) { return TAVUSetRecvBlock(port, true); }, 0, -1},
-        {"Receive", filling(TAVUReceive), 0, 0},
-        {"Receive_CANFD", filling(TAVUReceive_CANFD), 0, 0},
-        {"ReceiveNonblock",
-         [](int port) {
-             CAN_FRAME_INFO record{};
-             NON_BLOCK_INFO batch{.cnt = 1, .interval = 1, .can_frame_info = &record};
-             return TAVUReceiveNonblock(port, &batch);
-         },
-         0, 0}};
-    return calls;
-}
+const std::vector<PublicCall> other_calls = {
+    {"OpenDevice", TAVUOpenDevice},
+    {"OpenDeviceSCT", TAVUOpenDeviceSCT},
+    {"OpenSocketCAN", with(TAVUOpenSocketCAN, nullptr)},
+    {"CloseDevice", TAVUCloseDevice},
+    {"FlexibleVCOM", TAVUFlexibleVCOM},
+    {"InitRangeFilter", with(TAVUInitRangeFilter, 2, 2)},
+    {"GetRangeFilter", both_tables},
+    {"SetRangeFilter", with(TAVUSetRangeFilter, nullptr, nullptr)},
+    {"ImpCfg", with(TAVUImpCfg, "/dev/zero")},
+    {"WaitReceive", with(TAVUWaitReceive, 60000)},
+    {"SetRecvBlock", with(TAVUSetRecvBlock, true), "", -1},
+    {"Receive", filling(TAVUReceive), "", 0},
+    {"Receive_CANFD", filling(TAVUReceive_CANFD), "", 0},
+    {"ReceiveNonblock", batch_of_one, "", 0}};
 
 TEST(Failures, PortsOutOfRangeAndClosedOnesAreRefusedAtOnce) {
     sim::Station station;  // on kPort, which stays closed
     const auto start = Clock::now();
-    for (const auto* calls : {&exchanges(), &writes(), &other_calls()}) {
+    for (const auto* calls : {&exchanges, &writes, &other_calls}) {
         for (const PublicCall& call : *calls) {
             for (const int port : {-1, 68, 1 << 30, kPort + 1}) {
                 EXPECT_EQ(call.call(port), call.failure) << call.name << " " << port;
@@ -140,26 +124,19 @@ TEST(Failures, NullPointersAreRefusedBeforeAnythingIsSent) {
     int state = 0;
     RANGE_FILTER_INFO table{};
     NON_BLOCK_INFO batch{.cnt = 1, .interval = 60000, .can_frame_info = nullptr};
-    const std::array failures = {TAVUShowVer(kPort, nullptr),
-                                 TAVUGetCANStatus(kPort, nullptr, &state),
-                                 TAVUGetCANStatus(kPort, &state, nullptr),
-                                 TAVUGetCfg(kPort, nullptr),
-                                 TAVUGetVCOMConfig(kPort, nullptr),
-                                 TAVUGetRangeFilter(kPort, nullptr, &table),
-                                 TAVUGetRangeFilter(kPort, &table, nullptr),
-                                 TAVUExpCfg(kPort, nullptr),
-                                 TAVUImpCfg(kPort, nullptr),
-                                 TAVUGetCFG_CANFD(kPort, nullptr),
-                                 TAVUGet_TimingCFG_CANFD(kPort, nullptr, 0),
-                                 TAVUTesting(kPort, nullptr),
-                                 TAVUGetBLDID(kPort, nullptr)};
-    for (std::size_t i = 0; i < failures.size(); ++i) {
-        EXPECT_EQ(failures[i], TAVU_FAILURE) << i;
+    EXPECT_EQ(TAVUGetCANStatus(kPort, nullptr, &state), TAVU_FAILURE);
+    EXPECT_EQ(TAVUGetCANStatus(kPort, &state, nullptr), TAVU_FAILURE);
+    EXPECT_EQ(TAVUGetRangeFilter(kPort, nullptr, &table), TAVU_FAILURE);
+    EXPECT_EQ(TAVUGetRangeFilter(kPort, &table, nullptr), TAVU_FAILURE);
+    for (const int result :
+         {TAVUShowVer(kPort, nullptr), TAVUGetCfg(kPort, nullptr),
+          TAVUGetVCOMConfig(kPort, nullptr), TAVUExpCfg(kPort, nullptr), TAVUImpCfg(kPort, nullptr),
+          TAVUGetCFG_CANFD(kPort, nullptr), TAVUGet_TimingCFG_CANFD(kPort, nullptr, 0),
+          TAVUTesting(kPort, nullptr), TAVUGetBLDID(kPort, nullptr)}) {
+        EXPECT_EQ(result, TAVU_FAILURE);
     }
-    EXPECT_EQ(TAVUReceive(kPort, nullptr), 0);
-    EXPECT_EQ(TAVUReceive_CANFD(kPort, nullptr), 0);
-    EXPECT_EQ(TAVUReceiveNonblock(kPort, nullptr), 0);
-    EXPECT_EQ(TAVUReceiveNonblock(kPort, &batch), 0);
+    EXPECT_EQ(TAVUReceive(kPort, nullptr) + TAVUReceive_CANFD(kPort, nullptr), 0);
+    EXPECT_EQ(TAVUReceiveNonblock(kPort, nullptr) + TAVUReceiveNonblock(kPort, &batch), 0);
     TAVUGetLoss(nullptr);
     EXPECT_TRUE(module.sent().empty());
 }
@@ -168,24 +145,15 @@ TEST(Failures, NullPointersAreRefusedBeforeAnythingIsSent) {
 // work at once: ports do not affect each other.
 TEST(Failures, BadAnswersFailEveryExchangeButNotTheNextOne) {
     const struct {
-        std::function<sim::Bytes(std::uint8_t command)> answer;
+        std::string behind;  // the command byte
+        std::size_t length;  // of the answer, filled with zeros or cut
         int expected;
-    } rows[] = {{[](std::uint8_t) { return sim::Bytes{}; }, TAVU_FAILURE},
-                {[](std::uint8_t command) {
-                     return sim::Bytes{command, 1, 0, 13, 10};
-                 },
-                 TAVU_FAILURE},
-                {[](std::uint8_t) {
-                     return sim::Bytes{0x7F, 0, 0, 13, 10};
-                 },
-                 TAVU_FAILURE},
-                {[](std::uint8_t command) { return sim::Bytes{command}; }, TAVU_SUCCESS},
-                {[](std::uint8_t command) {
-                     sim::Bytes answer(200, 0);
-                     answer[0] = command;
-                     return answer;
-                 },
-                 TAVU_SUCCESS}};
+    } rows[] = {{"", 0, TAVU_FAILURE},
+                {" 01 00 0D 0A", 5, TAVU_FAILURE},
+                {" 00 00 0D 0A", 5, TAVU_FAILURE},  // of another command
+                {"", 1, TAVU_SUCCESS},
+                {"", 200, TAVU_SUCCESS}};
+    constexpr std::size_t kOtherCommand = 2;
     std::vector<std::unique_ptr<OpenModule>> modules;
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         modules.push_back(std::make_unique<OpenModule>(kPort + static_cast<int>(i)));
@@ -194,9 +162,14 @@ TEST(Failures, BadAnswersFailEveryExchangeButNotTheNextOne) {
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         threads.emplace_back([&, i] {
             const int port = kPort + static_cast<int>(i);
-            for (const PublicCall& call : exchanges()) {
-                modules[i]->station.script_reply(call.command, rows[i].answer(call.command));
+            for (const PublicCall& call : exchanges) {
+                const sim::Bytes command = hex(call.command);
+                sim::Bytes answer = hex((i == kOtherCommand ? "7F" : std::string(call.command, 2)) +
+                                        rows[i].behind);
+                answer.resize(rows[i].length);
+                modules[i]->station.script_reply(command[0], answer);
                 EXPECT_EQ(call.call(port), rows[i].expected) << call.name << " row " << i;
+                EXPECT_EQ(modules[i]->sent().back(), call.command) << call.name;
             }
             EXPECT_EQ(TAVUResetCAN(port), TAVU_SUCCESS);
         });
@@ -211,10 +184,6 @@ struct SystemFault {
     int write_result;
     bool is_unplugged = false;
 };
-
-void PrintTo(const SystemFault& fault, std::ostream* out) {
-    *out << fault.name;
-}
 
 class System : public testing::TestWithParam<SystemFault> {
   protected:
@@ -235,8 +204,8 @@ TEST_P(System, FaultGivesTheRightResultAndKeepsThePort) {
         if (GetParam().is_unplugged) {
             module.station.unplug();
         }
-        meet(exchanges(), GetParam().exchange_result);
-        meet(writes(), GetParam().write_result);
+        meet(exchanges, GetParam().exchange_result);
+        meet(writes, GetParam().write_result);
         EXPECT_EQ(sim::shim_open_descriptors(), 1);
     }
     EXPECT_EQ(sim::shim_open_descriptors(), 0);

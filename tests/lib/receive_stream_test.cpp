@@ -41,10 +41,10 @@ void report_append(sim::Bytes& stream, unsigned int number) {
     }
 }
 
-// A sender that stops inside a report for 20 ms ends that report: an attempt in which this machine held the sender up
-// for nearly as long proves nothing about the receiver, and is repeated.
-constexpr std::chrono::milliseconds kHeldUp{10};
-constexpr int kAttempts = 8;
+// A sender that stops for 2 ms inside a header or 20 ms inside a body ends that report: an attempt in which this
+// machine held the sender up for nearly as long proves nothing about the receiver, and is repeated.
+constexpr std::chrono::milliseconds kHeldUp{1};
+constexpr int kAttempts = 40;
 
 // A pty whose slave is an open port, without a module.
 class Wire {

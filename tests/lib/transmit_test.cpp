@@ -111,24 +111,19 @@ TEST(Transmit, SleepIsNeverShortAndCloseToTheTimeAsked) {
 TEST(Transmit, CancellationEndsAWaitABlockedSendAndAShortSleep) {
     OpenModule module;
     tavu::send_delay[0] = 60'000'000;
-    void* (*const bodies[])(void*) = {[](void*) -> void* {
-                                          TAVUSend(kPort, frame(0, TAVU_SID, 1, 8));
-                                          return nullptr;
-                                      },
-                                      [](void*) -> void* {
-                                          for (;;) {
-                                              TAVUSend_CANFD(kPort, frame(1, TAVU_SID, 1, 15));
-                                          }
-                                      },
-                                      [](void*) -> void* {
-                                          for (;;) {
-                                              TAVUSleep(0);
-                                          }
-                                      }};
+    using Send = void (*)();
+    const Send sends[] = {[] { TAVUSend(kPort, frame(0, TAVU_SID, 1, 8)); },
+                          [] { TAVUSend_CANFD(kPort, frame(1, TAVU_SID, 1, 15)); },
+                          [] { TAVUSleep(0); }};
+    const auto body = [](void* send) -> void* {
+        for (;;) {
+            (*static_cast<const Send*>(send))();
+        }
+    };
     module.station.set_fault(sim::Fault::deaf);
-    for (const auto body : bodies) {
+    for (Send send : sends) {
         pthread_t thread{};
-        ASSERT_EQ(pthread_create(&thread, nullptr, body, nullptr), 0);
+        ASSERT_EQ(pthread_create(&thread, nullptr, body, &send), 0);
         ASSERT_EQ(pthread_cancel(thread), 0);
         void* result = nullptr;
         ASSERT_EQ(pthread_join(thread, &result), 0);

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 namespace {
@@ -37,9 +36,7 @@ class Procedures : public testing::Test {
         std::string text;
         for (const sim::Bytes& command : station.commands()) {
             for (const unsigned byte : command) {
-                char digits[3];
-                snprintf(digits, sizeof digits, "%02X", byte & 0xFFU);
-                text += digits;
+                text += {"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 0xF]};
             }
             text += ' ';
         }

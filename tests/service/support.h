@@ -18,8 +18,7 @@ inline constexpr int kClosedPort = 25;  // never opened
 
 // Waits until the condition holds; false when it still does not at the time limit.
 template <typename Condition>
-bool wait_for(Condition condition,
-              std::chrono::milliseconds limit = std::chrono::milliseconds(5000)) {
+bool wait_for(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
@@ -44,9 +43,10 @@ inline std::vector<UPBS_INFO> taken(bool (*pop)(UPBS_INFO*)) {
 }
 
 inline std::vector<unsigned> ids(const std::vector<UPBS_INFO>& records) {
-    std::vector<unsigned> result(records.size());
-    std::ranges::transform(records, result.begin(),
-                           [](const UPBS_INFO& record) { return record.frame_info.id; });
+    std::vector<unsigned> result;
+    for (const UPBS_INFO& record : records) {
+        result.push_back(record.frame_info.id);
+    }
     return result;
 }
 

@@ -71,8 +71,8 @@ TEST(Station, AnswersRecordedCommands) {
         {"4C 02 4E 0D 0A", "4C 00 02 01 02 03 04 06 23 08 09 0A 0B 0C 0D 0E 0F 10 ED 0D 0A"},
         {"4E 01 4F 0D 0A", "4E 00 4E 0D 0A"},
         {"4D 4D 0D 0A", "4D 00 01 01 00 53 49 4D 30 30 30 30 31 29 0D 0A"},
-        {"61 01 00 62 0D 0A", "61 00 61 0D 0A"},
-        {kStatus, "60 00 01 00 61 0D 0A"},
+        {"61 01 00 62 0D 0A 60", "61 00 61 0D 0A"},
+        {"60 0D 0A", "60 00 01 00 61 0D 0A"},  // the rest of a command that came in part
         {"62 62 0D 0A", "62 02 00 00 00 00 00 00 00 00 00 00 00 00 64 0D 0A"},
         {"30 07 07 3E 0D 0A", "30 02 32 0D 0A"},  // settings want the channels stopped
         {"38 FF 37 0D 0A", "38 00 38 0D 0A"},     // but not this one
