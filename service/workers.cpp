@@ -59,9 +59,9 @@ constexpr unsigned kExtendedIdMask = 0x1FFFFFFF;
 
 // ---- Transmit worker -----------------------------------------------------------------------
 
-// The worker runs with cancellation off and opens it only around frame commands and waits, so that a stop
-// finds no lock held and no record half written. A cancellation unwinds like an exception: nothing
-// in or below a window may be noexcept or catch everything.
+// The worker runs with cancellation off and opens it only around frame commands and waits, so that
+// a stop finds no lock held and no record half written. A cancellation unwinds like an exception:
+// nothing in or below a window may be noexcept or catch everything.
 class CancelWindow {
   public:
     CancelWindow() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); }

@@ -1,5 +1,6 @@
-// sim/wire.cpp - simulated module: command parser and report builder of the module's side of the
-// wire. Uses nothing else. Knows nothing of state, buses or ptys. Thread: any; no shared state.
+// sim/wire.cpp - simulated module: command parser and report builder of the module's side.
+// Uses nothing else. Knows nothing of state, buses or ptys.
+// Thread: any; no shared state.
 // SPDX-License-Identifier: MIT
 #include "sim/wire.h"
 

@@ -44,6 +44,7 @@ inline std::vector<UPBS_INFO> taken(bool (*pop)(UPBS_INFO*)) {
 
 inline std::vector<unsigned> ids(const std::vector<UPBS_INFO>& records) {
     std::vector<unsigned> result;
+    result.reserve(records.size());
     for (const UPBS_INFO& record : records) {
         result.push_back(record.frame_info.id);
     }
