@@ -23,7 +23,8 @@ constexpr int kBaudRate_bps = 9600;
 constexpr const char* kMode = "8N1";
 constexpr int kPairingFirmware = 5;  // firmware digit of modules with virtual ports to pair
 
-// About 105 bit times at each bit-rate code, nearly a frame with eight data bytes; custom rates are taken for 100 kbit/s.
+// About 105 bit times at each bit-rate code, nearly a frame with eight data bytes; custom rates are
+// taken for 100 kbit/s.
 constexpr std::array<std::int32_t, 13> kPacing_us = {21000, 10500, 5250, 2100, 1050, 850, 400,
                                                      200,   150,   100,  250,  1050, 1050};
 
@@ -84,7 +85,7 @@ COM_NODE* port_open(int com_port) {
     const int fd =
         RS232_OpenComport(comports[static_cast<std::size_t>(com_port)], kBaudRate_bps, kMode);
     if (fd <= 0) {
-        // Standard input was closed; 0 is no usable result of the serial layer, and must not stay locked.
+        // Standard input was closed; 0 is no usable result here and must not stay locked.
         if (fd == 0) {
             RS232_CloseComport(fd);
         }

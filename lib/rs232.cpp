@@ -79,8 +79,8 @@ class Uncancelled {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
-// One writer at a time for each descriptor (those that share a place here included), or a command could land inside
-// another on a full port, and the terminal would turn the second writer away.
+// One writer at a time for each descriptor (those that share a place here included), or a command
+// could land inside another on a full port, and the terminal would turn the second writer away.
 std::array<std::mutex, 16> write_turns;
 
 bool wait_room(int fd, Deadline deadline) {

@@ -1,5 +1,5 @@
-// sim/shim.cpp - simulated module: leads calls on a module's device path to its pty, answers for its modem lines,
-// and lets chosen calls fail. Linked into a test, or preloaded as a library of its own.
+// sim/shim.cpp - simulated module: leads calls on a module's device path to its pty, answers for
+// its modem lines, lets chosen calls fail. Linked into a test, or preloaded as a library.
 // Thread: any. No lock is held across the real call, so that a thread can be cancelled inside it.
 // SPDX-License-Identifier: MIT
 
