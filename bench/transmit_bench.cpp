@@ -4,7 +4,6 @@
 #include "lib/lib_tavu_2.h"
 #include "lib/link.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -27,14 +26,11 @@ constexpr std::array kKinds{
     CommandKind{"CAN FD, 74 bytes", TAVUSend_CANFD, 15, 74},
 };
 
-// The same system calls as the library's: wait for room, then write.
 void bare(benchmark::State& state, const CommandKind& kind) {
     bench::WirePair wire;
     wire.drain();
     const std::array<std::uint8_t, 74> command{};
     for (auto _ : state) {
-        pollfd room{.fd = wire.slave(), .events = POLLOUT, .revents = 0};
-        benchmark::DoNotOptimize(poll(&room, 1, 100));
         benchmark::DoNotOptimize(write(wire.slave(), command.data(), kind.length));
     }
     state.SetItemsProcessed(state.iterations());

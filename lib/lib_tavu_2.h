@@ -67,7 +67,7 @@
  * Cancelling a thread (pthread_cancel, deferred) inside TAVUSend, TAVUSend_CANFD, TAVUSleep or
  * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. It takes effect in the
  * waits and is put off during a write, 100 ms at most, so a frame command is written whole or not
- * at all unless the port itself takes only a part of it.
+ * at all, unless the port has room for a part of it only during all that time.
  */
 #ifndef LIB_TAVU_2_H
 #define LIB_TAVU_2_H

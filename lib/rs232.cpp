@@ -36,8 +36,11 @@ const std::array<const char*, 68> comports = {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 // A module that drains its input at all makes room within a few milliseconds.
 constexpr std::chrono::milliseconds kRoomWait{100};
+constexpr std::chrono::milliseconds kRoomTry{5};
 
 struct Speed {
     int bps;
@@ -77,15 +80,15 @@ class Uncancelled {
     int usual_ = PTHREAD_CANCEL_ENABLE;
 };
 
-using Deadline = std::chrono::steady_clock::time_point;
-
 // One writer at a time for each descriptor (those that share a place here included), or a command
 // could land inside another on a full port, and the terminal would turn the second writer away.
 std::array<std::mutex, 16> write_turns;
 
-bool wait_room(int fd, Deadline deadline) {
+// Waits until a full port says that it takes more, or a write is worth a try: a terminal may make
+// room without waking those who wait for it.
+void await_room(int fd) {
     std::array<pollfd, 1> port = {{{fd, POLLOUT, 0}}};
-    return RS232_PollUntil(port, deadline);
+    RS232_PollUntil(port, Clock::now() + kRoomTry);
 }
 
 bool data_bits_set(termios& settings, char digit) {
@@ -252,20 +255,24 @@ int RS232_PollComport(int fd, unsigned char* buffer, int size) {
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
     const Uncancelled whole_command;
     const std::lock_guard turn(write_turns[static_cast<std::size_t>(fd) % write_turns.size()]);
-    const Deadline start = std::chrono::steady_clock::now();
+    const auto end = Clock::now() + kRoomWait;
     int done = 0;
-    bool is_to_write = true;
-    while (is_to_write && wait_room(fd, start + kRoomWait)) {
-        const ssize_t written = uninterrupted(
+    ssize_t written = 0;
+    for (;;) {
+        written = uninterrupted(
             [&] { return write(fd, bytes + done, static_cast<std::size_t>(size - done)); });
-        if (written < 0) {
+        if (written < 0 && errno != EAGAIN) {
             break;
         }
-        done += static_cast<int>(written);
-        // A short write is made up for only when the port was full, as a blocking write would.
-        is_to_write = done < size && !wait_room(fd, start);
+        done += static_cast<int>(std::max<ssize_t>(written, 0));
+        // Only a full port takes less than it is given, or nothing; the rest must follow at once,
+        // as behind a blocking write, or the command would be cut.
+        if (done == size || Clock::now() >= end) {
+            break;
+        }
+        await_room(fd);
     }
-    return is_to_write && done == 0 ? RS232_FAILED : done;
+    return written < 0 && done == 0 ? RS232_FAILED : done;
 }
 
 void RS232_CloseComport(int fd) {
@@ -298,8 +305,7 @@ int RS232_SetRecvBlock(int fd, int flag) {
 
 bool RS232_PollUntil(std::span<pollfd> fds, std::chrono::steady_clock::time_point deadline) {
     const int ready = uninterrupted([&] {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         return poll(fds.data(), fds.size(),
                     static_cast<int>(std::max(left.count(), decltype(left)::rep{0})));
     });
@@ -308,7 +314,7 @@ bool RS232_PollUntil(std::span<pollfd> fds, std::chrono::steady_clock::time_poin
 
 bool RS232_WaitInput(int fd, std::chrono::milliseconds timeout) {
     std::array<pollfd, 1> port = {{{fd, POLLIN, 0}}};
-    return RS232_PollUntil(port, std::chrono::steady_clock::now() + timeout);
+    return RS232_PollUntil(port, Clock::now() + timeout);
 }
 
 int RS232_InputCount(int fd) {

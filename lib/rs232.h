@@ -31,8 +31,8 @@ int RS232_PollComport(int fd, unsigned char* buffer, int size);
 
 // Writes `size` bytes. The descriptor does not block: when the port is full the write goes on as
 // room comes, for 100 ms in all. A cancellation of the thread waits for the end of the write, so
-// that no command is cut. Result: bytes written, which may be fewer; RS232_FAILED if there was no
-// room or the write failed.
+// that no command is cut. Result: bytes written, fewer if the room did not come in time or the
+// port failed on the way; RS232_FAILED if nothing could be written.
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size);
 
 // Lowers DTR and RTS, discards what is not sent yet, releases the lock and closes. Never fails

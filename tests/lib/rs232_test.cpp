@@ -164,10 +164,9 @@ TEST_F(Rs232, ModuleThatDrainsNothingBlocksNeitherWriteNorClose) {
     const sim::Bytes command(74, 0x55);
     const auto start = Clock::now();
     int writes = 0;
-    while (RS232_SendBuf(fd, command.data(), 74) == 74) {
+    while (RS232_SendBuf(fd, command.data(), 74) != RS232_FAILED) {
         ASSERT_LT(++writes, 10000);
     }
-    EXPECT_EQ(RS232_SendBuf(fd, command.data(), 74), RS232_FAILED);
     RS232_CloseComport(fd);
     EXPECT_LT(Clock::now() - start, kLimit);
 }

@@ -78,10 +78,13 @@ TEST(Transmit, EachChannelWaitsItsOwnDelay) {
     tavu::send_delay[0] = 100;
 }
 
-TEST(Transmit, PartlyWrittenCommandIsAFailureAndNotRepeated) {
+TEST(Transmit, CommandIsWrittenWholeOrItsSendFails) {
     OpenModule module;
-    sim::shim_fail({.call = sim::Call::write, .limit = 16});
-    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 1, 8)), TAVU_FAILURE);
+    const sim::CallFault cut = {.call = sim::Call::write, .times = 2, .limit = 3};
+    sim::shim_fail(cut);
+    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 1, 0)), TAVU_SUCCESS);
+    EXPECT_EQ(module.sent(1), Texts{"E0 01 00 00 00 01 01 02 03 04 05 06 07 08 06 0D 0A"});
+    sim::shim_fail(cut);
     sim::shim_fail({sim::Call::write, EIO});
     EXPECT_EQ(TAVUSend_CANFD(kPort, frame(0, TAVU_SID, 1, 8)), TAVU_FAILURE);
     module.station.set_fault(sim::Fault::deaf);
@@ -92,6 +95,30 @@ TEST(Transmit, PartlyWrittenCommandIsAFailureAndNotRepeated) {
     const auto start = Clock::now();
     EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 1, 8)), TAVU_FAILURE);
     EXPECT_GE(Clock::now() - start, 100ms);
+}
+
+TEST(Transmit, FullPortCutsNoCommandWhenItTakesMoreInTime) {
+    OpenModule module;
+    module.station.set_fault(sim::Fault::deaf);
+    tavu::send_delay[0] = 0;
+    constexpr std::size_t kCommands = 1000;
+    std::atomic<std::size_t> sent = 0;
+    std::jthread sender([&] {
+        while (sent < kCommands && TAVUSend_CANFD(kPort, frame(0, TAVU_SID, 1, 15)) == 0) {
+            ++sent;
+        }
+    });
+    for (std::size_t before = 0; sent == 0 || before != sent;) {
+        before = sent;
+        std::this_thread::sleep_for(10ms);
+    }
+    module.station.set_fault(sim::Fault::none);
+    sender.join();
+    EXPECT_EQ(sent, kCommands);
+    const auto commands = module.station.wait_commands(kCommands, kLimit);
+    EXPECT_EQ(commands.size(), kCommands);
+    EXPECT_EQ(commands.back().size(), 74U);
+    tavu::send_delay[0] = 100;
 }
 
 TEST(Transmit, SleepIsNeverShortAndCloseToTheTimeAsked) {
