@@ -100,14 +100,16 @@ Number number(const std::string& text) {
     Number value{};
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, value);
-    if (result.ec != std::errc() || result.ptr != end)
+    if (result.ec != std::errc() || result.ptr != end) {
         fail(quoted(text) + " is no number");
+    }
     return value;
 }
 
 bool on_or_off(const std::string& word) {
-    if (word != "on" && word != "off")
+    if (word != "on" && word != "off") {
         fail("on or off wanted, not " + quoted(word));
+    }
     return word == "on";
 }
 
@@ -116,10 +118,12 @@ double elapsed_s(const Step& step) {
 }
 
 Outcome wait_until(const Step& step, bool reached, double limit_s, const std::string& reason) {
-    if (reached)
+    if (reached) {
         return Outcome::done;
-    if (elapsed_s(step) > limit_s)
+    }
+    if (elapsed_s(step) > limit_s) {
         fail(reason);
+    }
     return Outcome::again;
 }
 
@@ -132,21 +136,24 @@ std::string output_path(const std::string& file) {
 
 GtkWidget* widget(const std::string& id) {
     GtkWidget* found = find_by_id(id);
-    if (found == nullptr)
+    if (found == nullptr) {
         fail("no widget " + id);
+    }
     return found;
 }
 
 GtkWidget* open_window(GtkWidget* found) {
-    if (found == nullptr)
+    if (found == nullptr) {
         fail("no such window is open");
+    }
     return found;
 }
 
 GtkWidget* widget_of_kind(const std::string& id, GType kind) {
     GtkWidget* found = widget(id);
-    if (!G_TYPE_CHECK_INSTANCE_TYPE(found, kind))
+    if (!G_TYPE_CHECK_INSTANCE_TYPE(found, kind)) {
         fail(id + " is no " + g_type_name(kind));
+    }
     return found;
 }
 
@@ -155,14 +162,16 @@ GtkTreeView* tree_view(const std::string& id) {
 }
 
 void require_usable(GtkWidget* found, const std::string& id) {
-    if (const char* reason = why_unusable(found); reason != nullptr)
+    if (const char* reason = why_unusable(found); reason != nullptr) {
         fail(id + " " + reason);
+    }
 }
 
 std::string text(const std::string& id) {
     const auto found = text_of(widget(id));
-    if (!found)
+    if (!found) {
         fail(id + " has no text");
+    }
     return *found;
 }
 
@@ -175,10 +184,12 @@ Outcome wait_window(Step& step) {
 
 Outcome click(Step& step) {
     GtkWidget* button = find_by_id(step.words[1]);
-    if (button == nullptr)
+    if (button == nullptr) {
         button = find_dialog_button(step.words[1]);
-    if (button == nullptr || !GTK_IS_BUTTON(button))
+    }
+    if (button == nullptr || !GTK_IS_BUTTON(button)) {
         fail("no button " + step.words[1]);
+    }
     require_usable(button, step.words[1]);
     gtk_button_clicked(GTK_BUTTON(button));
     return Outcome::done;
@@ -188,16 +199,18 @@ Outcome toggle(Step& step) {
     GtkWidget* box = widget_of_kind(step.words[1], GTK_TYPE_TOGGLE_BUTTON);
     require_usable(box, step.words[1]);
     const bool is_on = gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(box)) != FALSE;
-    if (is_on != on_or_off(step.words[2]))
+    if (is_on != on_or_off(step.words[2])) {
         gtk_button_clicked(GTK_BUTTON(box));
+    }
     return Outcome::done;
 }
 
 Outcome select(Step& step) {
     GtkWidget* combo = widget_of_kind(step.words[1], GTK_TYPE_COMBO_BOX);
     require_usable(combo, step.words[1]);
-    if (!select_row(GTK_COMBO_BOX(combo), step.words[2]))
+    if (!select_row(GTK_COMBO_BOX(combo), step.words[2])) {
         fail(step.words[1] + " has no row " + quoted(step.words[2]));
+    }
     return Outcome::done;
 }
 
@@ -207,28 +220,32 @@ Outcome type(Step& step) {
     gtk_widget_grab_focus(entry);
     gtk_editable_select_region(GTK_EDITABLE(entry), 0, -1);
     press_key(entry, GDK_KEY_BackSpace);
-    for (const char* at = step.words[2].c_str(); *at != '\0'; at = g_utf8_next_char(at))
+    for (const char* at = step.words[2].c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
         press_key(entry, gdk_unicode_to_keyval(g_utf8_get_char(at)));
+    }
     return Outcome::done;
 }
 
 Outcome expect(Step& step) {
-    if (text(step.words[1]) != step.words[2])
+    if (text(step.words[1]) != step.words[2]) {
         fail(step.words[1] + " is " + quoted(text(step.words[1])) + ", not " +
              quoted(step.words[2]));
+    }
     return Outcome::done;
 }
 
 Outcome expect_sensitive(Step& step) {
     const bool is_sensitive = gtk_widget_is_sensitive(widget(step.words[1])) != FALSE;
-    if (is_sensitive != on_or_off(step.words[2]))
+    if (is_sensitive != on_or_off(step.words[2])) {
         fail(step.words[1] + (is_sensitive ? " is sensitive" : " is not sensitive"));
+    }
     return Outcome::done;
 }
 
 bool text_matches(const std::string& found, const std::string& wanted) {
-    if (!wanted.starts_with(">="))
+    if (!wanted.starts_with(">=")) {
         return found == wanted;
+    }
     return std::strtol(found.c_str(), nullptr, 10) >= number<long>(wanted.substr(2));
 }
 
@@ -258,8 +275,9 @@ Outcome rows(Step& step) {
 Outcome cell(Step& step) {
     const auto found =
         cell_text(tree_view(step.words[1]), number<int>(step.words[2]), number<int>(step.words[3]));
-    if (!found)
+    if (!found) {
         fail(step.words[1] + " has no cell " + step.words[2] + ", " + step.words[3]);
+    }
     std::printf("%s[%s,%s]=%s\n", step.words[1].c_str(), step.words[2].c_str(),
                 step.words[3].c_str(), found->c_str());
     std::fflush(stdout);
@@ -272,19 +290,22 @@ Outcome screenshot(Step& step) {
     GtkWidget* window =
         open_window(step.words.size() > 2 ? find_window(step.words[2]) : find_main_window());
     GdkFrameClock* clock = gtk_widget_get_frame_clock(window);
-    if (step.mark < 0)
+    if (step.mark < 0) {
         step.mark = gdk_frame_clock_get_frame_counter(clock);
+    }
     gtk_widget_queue_draw(window);
     const bool is_redrawn = gdk_frame_clock_get_frame_counter(clock) >= step.mark + kFrames;
     if (wait_until(step, is_redrawn, kDefaultLimit_s, "the window is not redrawn") ==
-        Outcome::again)
+        Outcome::again) {
         return Outcome::again;
+    }
     GdkWindow* area = gtk_widget_get_window(window);
     GdkPixbuf* image = gdk_pixbuf_get_from_window(area, 0, 0, gdk_window_get_width(area),
                                                   gdk_window_get_height(area));
     const std::string path = output_path(step.words[1]);
-    if (image == nullptr || !gdk_pixbuf_save(image, path.c_str(), "png", nullptr, nullptr))
+    if (image == nullptr || !gdk_pixbuf_save(image, path.c_str(), "png", nullptr, nullptr)) {
         fail("cannot write " + path);
+    }
     g_object_unref(image);
     return Outcome::done;
 }
@@ -309,8 +330,9 @@ Outcome sleep_for(Step& step) {
 
 void press_response(GtkWidget* dialog, int response) {
     GtkWidget* button = gtk_dialog_get_widget_for_response(GTK_DIALOG(dialog), response);
-    if (button == nullptr)
+    if (button == nullptr) {
         fail("no button answers " + std::to_string(response));
+    }
     require_usable(button, "the button");
     gtk_button_clicked(GTK_BUTTON(button));
 }
@@ -318,12 +340,14 @@ void press_response(GtkWidget* dialog, int response) {
 Outcome respond(Step& step) {
     GtkWidget* dialog = open_window(find_window(step.words[1]));
     const int response = number<int>(step.words[2]);
-    if (!GTK_IS_DIALOG(dialog))
+    if (!GTK_IS_DIALOG(dialog)) {
         fail(step.words[1] + " is no dialog");
-    if (response == GTK_RESPONSE_DELETE_EVENT)
+    }
+    if (response == GTK_RESPONSE_DELETE_EVENT) {
         close_window(dialog);
-    else
+    } else {
         press_response(dialog, response);
+    }
     return Outcome::done;
 }
 
@@ -340,17 +364,20 @@ void name_file(GtkFileChooser* chooser, const std::string& path) {
 // The chooser reads the folder in the background: its answer is asked for until it is the right one.
 Outcome choose_file(Step& step) {
     GtkWidget* dialog = find_file_chooser();
-    if (dialog == nullptr)
+    if (dialog == nullptr) {
         return wait_until(step, false, kDefaultLimit_s, "no file chooser is open");
+    }
     GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
     const std::string path = output_path(step.words[1]);
-    if (step.mark < 0)
+    if (step.mark < 0) {
         name_file(chooser, path);
+    }
     step.mark = 0;
     const Chars chosen(gtk_file_chooser_get_filename(chooser), g_free);
     const bool is_chosen = chosen != nullptr && path == chosen.get();
-    if (wait_until(step, is_chosen, kDefaultLimit_s, "cannot choose " + path) == Outcome::again)
+    if (wait_until(step, is_chosen, kDefaultLimit_s, "cannot choose " + path) == Outcome::again) {
         return Outcome::again;
+    }
     press_response(dialog, GTK_RESPONSE_OK);
     return Outcome::done;
 }
@@ -390,10 +417,12 @@ constexpr Command kCommands[] = {
 
 const Command* find_command(const Words& words) {
     for (const Command& command : kCommands) {
-        if (words[0] != command.name)
+        if (words[0] != command.name) {
             continue;
-        if (words.size() - 1 < command.arguments_min || words.size() - 1 > command.arguments_max)
+        }
+        if (words.size() - 1 < command.arguments_min || words.size() - 1 > command.arguments_max) {
             fail("wrong number of arguments for " + words[0]);
+        }
         return &command;
     }
     fail("unknown command " + words[0]);
@@ -404,8 +433,9 @@ void add_step(const std::string& line) {
     char** parts = nullptr;
     GError* error = nullptr;
     if (!g_shell_parse_argv(line.c_str(), &count, &parts, &error)) {
-        if (!g_error_matches(error, G_SHELL_ERROR, G_SHELL_ERROR_EMPTY_STRING))
+        if (!g_error_matches(error, G_SHELL_ERROR, G_SHELL_ERROR_EMPTY_STRING)) {
             fail(error->message);
+        }
         g_error_free(error);
         return;
     }
@@ -416,8 +446,9 @@ void add_step(const std::string& line) {
 
 void load(const char* file) {
     std::ifstream script(file);
-    if (!script)
+    if (!script) {
         fail(std::string("cannot read ") + file);
+    }
     for (std::string line; std::getline(script, line);) {
         ++current_line;
         add_step(line);
@@ -426,23 +457,28 @@ void load(const char* file) {
 
 // A step may open a dialog, whose loop calls this again before the step returns: count first.
 gboolean play(gpointer) {
-    if (next_step == 0)
+    if (next_step == 0) {
         g_object_set(gtk_settings_get_default(), "gtk-enable-animations", FALSE, nullptr);
-    if (next_step == steps.size())
+    }
+    if (next_step == steps.size()) {
         return G_SOURCE_REMOVE;
+    }
     const size_t index = next_step++;
     Step& step = steps[index];
     current_line = step.line;
-    if (step.began_us < 0)
+    if (step.began_us < 0) {
         step.began_us = g_get_monotonic_time();
-    if (step.command->run(step) == Outcome::again)
+    }
+    if (step.command->run(step) == Outcome::again) {
         next_step = index;
+    }
     return G_SOURCE_CONTINUE;
 }
 
 void check_all_played() {
-    if (next_step == steps.size())
+    if (next_step == steps.size()) {
         return;
+    }
     current_line = steps[next_step].line;
     fail("the program ended before this step");
 }
@@ -454,8 +490,9 @@ extern "C" G_MODULE_EXPORT void gtk_module_init(gint* argc, gchar*** argv);
 
 void gtk_module_init(gint* /*argc*/, gchar*** /*argv*/) {
     const char* file = g_getenv("UI_SCRIPT");
-    if (file == nullptr)
+    if (file == nullptr) {
         return;
+    }
     load(file);
     std::atexit(check_all_played);
     GSource* source = g_timeout_source_new(kPeriod_ms);

@@ -21,12 +21,14 @@ struct Search {
 
 void search_in(GtkWidget* widget, gpointer data) {
     auto* search = static_cast<Search*>(data);
-    if (search->found != nullptr)
+    if (search->found != nullptr) {
         return;
-    if (search->match(widget))
+    }
+    if (search->match(widget)) {
         search->found = widget;
-    else if (GTK_IS_CONTAINER(widget))
+    } else if (GTK_IS_CONTAINER(widget)) {
         gtk_container_forall(GTK_CONTAINER(widget), search_in, search);
+    }
 }
 
 GtkWidget* find_in(GtkWidget* top, const Match& match) {
@@ -40,9 +42,11 @@ template <typename Visit>
 GtkWidget* first_of_windows(Visit visit) {
     const std::unique_ptr<GList, decltype(&g_list_free)> windows(gtk_window_list_toplevels(),
                                                                  g_list_free);
-    for (GList* at = windows.get(); at != nullptr; at = at->next)
-        if (GtkWidget* found = visit(GTK_WIDGET(at->data)); found != nullptr)
+    for (GList* at = windows.get(); at != nullptr; at = at->next) {
+        if (GtkWidget* found = visit(GTK_WIDGET(at->data)); found != nullptr) {
             return found;
+        }
+    }
     return nullptr;
 }
 
@@ -80,8 +84,9 @@ int row_count(GtkTreeView* view) {
 
 std::string combo_text(GtkComboBox* combo) {
     GtkTreeIter iter;
-    if (!gtk_combo_box_get_active_iter(combo, &iter))
+    if (!gtk_combo_box_get_active_iter(combo, &iter)) {
         return "";
+    }
     const int column = std::max(gtk_combo_box_get_entry_text_column(combo), 0);
     return value_text(gtk_combo_box_get_model(combo), &iter, column);
 }
@@ -89,11 +94,13 @@ std::string combo_text(GtkComboBox* combo) {
 void show_notebook_page(GtkWidget* widget) {
     for (GtkWidget* child = widget; child != nullptr; child = gtk_widget_get_parent(child)) {
         GtkWidget* parent = gtk_widget_get_parent(child);
-        if (parent == nullptr || !GTK_IS_NOTEBOOK(parent))
+        if (parent == nullptr || !GTK_IS_NOTEBOOK(parent)) {
             continue;
+        }
         const int page = gtk_notebook_page_num(GTK_NOTEBOOK(parent), child);
-        if (page >= 0)
+        if (page >= 0) {
             gtk_notebook_set_current_page(GTK_NOTEBOOK(parent), page);
+        }
     }
 }
 
@@ -137,51 +144,66 @@ GtkWidget* find_file_chooser() {
 }
 
 std::optional<std::string> text_of(GtkWidget* widget) {
-    if (GTK_IS_LABEL(widget))
+    if (GTK_IS_LABEL(widget)) {
         return or_empty(gtk_label_get_text(GTK_LABEL(widget)));
-    if (GTK_IS_ENTRY(widget))
+    }
+    if (GTK_IS_ENTRY(widget)) {
         return or_empty(gtk_entry_get_text(GTK_ENTRY(widget)));
-    if (GTK_IS_TOGGLE_BUTTON(widget))
+    }
+    if (GTK_IS_TOGGLE_BUTTON(widget)) {
         return gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(widget)) ? "on" : "off";
-    if (GTK_IS_BUTTON(widget))
+    }
+    if (GTK_IS_BUTTON(widget)) {
         return without_underscores(or_empty(gtk_button_get_label(GTK_BUTTON(widget))));
-    if (GTK_IS_COMBO_BOX(widget))
+    }
+    if (GTK_IS_COMBO_BOX(widget)) {
         return combo_text(GTK_COMBO_BOX(widget));
-    if (GTK_IS_TREE_VIEW(widget))
+    }
+    if (GTK_IS_TREE_VIEW(widget)) {
         return std::to_string(row_count(GTK_TREE_VIEW(widget)));
-    if (GTK_IS_WINDOW(widget))
+    }
+    if (GTK_IS_WINDOW(widget)) {
         return or_empty(gtk_window_get_title(GTK_WINDOW(widget)));
+    }
     return std::nullopt;
 }
 
 std::optional<std::string> cell_text(GtkTreeView* view, int row, int column) {
     GtkTreeModel* model = gtk_tree_view_get_model(view);
-    if (row < 0)
+    if (row < 0) {
         row += row_count(view);
+    }
     GtkTreeIter iter;
-    if (model == nullptr || row < 0 || !gtk_tree_model_iter_nth_child(model, &iter, nullptr, row))
+    if (model == nullptr || row < 0 || !gtk_tree_model_iter_nth_child(model, &iter, nullptr, row)) {
         return std::nullopt;
-    if (column < 0 || column >= gtk_tree_model_get_n_columns(model))
+    }
+    if (column < 0 || column >= gtk_tree_model_get_n_columns(model)) {
         return std::nullopt;
+    }
     return value_text(model, &iter, column);
 }
 
 bool any_row_contains(GtkTreeView* view, const std::string& text) {
-    for (int row = 0; row < row_count(view); ++row)
-        if (cell_text(view, row, 0).value_or("").find(text) != std::string::npos)
+    for (int row = 0; row < row_count(view); ++row) {
+        if (cell_text(view, row, 0).value_or("").find(text) != std::string::npos) {
             return true;
+        }
+    }
     return false;
 }
 
 const char* why_unusable(GtkWidget* widget) {
     show_notebook_page(widget);
-    if (!gtk_widget_get_mapped(widget))
+    if (!gtk_widget_get_mapped(widget)) {
         return "is not shown";
-    if (!gtk_widget_is_sensitive(widget))
+    }
+    if (!gtk_widget_is_sensitive(widget)) {
         return "is not sensitive";
+    }
     GtkWidget* grab = gtk_grab_get_current();
-    if (grab != nullptr && grab != widget && !gtk_widget_is_ancestor(widget, grab))
+    if (grab != nullptr && grab != widget && !gtk_widget_is_ancestor(widget, grab)) {
         return "is behind an open dialog";
+    }
     return nullptr;
 }
 
@@ -190,10 +212,12 @@ bool select_row(GtkComboBox* combo, const std::string& text) {
     const int column = std::max(gtk_combo_box_get_entry_text_column(combo), 0);
     GtkTreeIter iter;
     bool more = gtk_tree_model_get_iter_first(model, &iter) != FALSE;
-    while (more && value_text(model, &iter, column) != text)
+    while (more && value_text(model, &iter, column) != text) {
         more = gtk_tree_model_iter_next(model, &iter) != FALSE;
-    if (more)
+    }
+    if (more) {
         gtk_combo_box_set_active_iter(combo, &iter);
+    }
     return more;
 }
 
@@ -209,8 +233,9 @@ void press_key(GtkWidget* widget, guint key) {
         event->key.send_event = TRUE;
         event->key.time = GDK_CURRENT_TIME;
         event->key.keyval = key;
-        if (key_count > 0)
+        if (key_count > 0) {
             event->key.hardware_keycode = static_cast<guint16>(keys->keycode);
+        }
         gdk_event_set_device(event.get(),
                              gdk_seat_get_keyboard(gdk_display_get_default_seat(display)));
         gtk_main_do_event(event.get());
