@@ -5,109 +5,66 @@
 #include "tests/gui/ui_fixture.h"
 
 #include <filesystem>
-#include <fstream>
-#include <utility>
 
+using ConfigDialogs = UiTest;
 namespace fs = std::filesystem;
 
 namespace {
 
-// How the next file dialog is answered, and the path that it proposed.
-struct Answering {
-    gint response;
-    fs::path path;
-    fs::path proposed;
-    bool path_set = false;
-};
-
-// Runs over and over inside the dialog's loop: the chooser takes and gives paths in its own time.
-gboolean answer_dialog(gpointer data) {
-    Answering& answering = *static_cast<Answering*>(data);
-    GtkWidget* dialog = gtk_grab_get_current();
-    if (!GTK_IS_FILE_CHOOSER_DIALOG(dialog)) {
-        return TRUE;
-    }
-    GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
-    const GText shown_path(gtk_file_chooser_get_filename(chooser));
-    const bool saves = gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_SAVE;
-    if (!answering.path_set && (!saves || shown_path)) {
-        answering.proposed = shown_path ? shown_path.get() : "";
-        if (saves) {
-            gtk_file_chooser_set_current_folder(chooser, answering.path.parent_path().c_str());
-            gtk_file_chooser_set_current_name(chooser, answering.path.filename().c_str());
-        } else {
-            gtk_file_chooser_set_filename(chooser, answering.path.c_str());
+// Clicks the button and answers its dialog, accepting the proposed path of an export and entering
+// the path of an import. The chooser takes and gives paths in its own time.
+void click_and_answer(int button, gint response, const fs::path& import_path = {}) {
+    std::function<bool()> answer = [=] {
+        GtkWidget* dialog = gtk_grab_get_current();
+        if (!GTK_IS_FILE_CHOOSER_DIALOG(dialog)) {
+            return false;
         }
-        answering.path_set = true;
-        return TRUE;
-    }
-    if (answering.response == GTK_RESPONSE_OK &&
-        (!shown_path || answering.path != shown_path.get())) {
-        return TRUE;
-    }
-    gtk_dialog_response(GTK_DIALOG(dialog), answering.response);
-    return FALSE;
+        GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
+        const std::string path = owned(gtk_file_chooser_get_filename(chooser));
+        if (response == GTK_RESPONSE_OK &&
+            (path.empty() || (button == CS_BTN_IMPORT && path != import_path))) {
+            gtk_file_chooser_select_filename(chooser, import_path.c_str());
+            return false;
+        }
+        gtk_dialog_response(GTK_DIALOG(dialog), response);
+        return true;
+    };
+    from_main_loop(&answer);
+    use(cs_info.btn[button]);
 }
-
-// Clicks the button and returns what its dialog proposed.
-fs::path click_and_answer(int button, gint response, const fs::path& path) {
-    Answering answering{response, path, {}};
-    g_timeout_add(5, answer_dialog, &answering);
-    click(cs_info.btn[button]);
-    return answering.proposed;
-}
-
-class ConfigDialogs : public UiTest {
-  protected:
-    ConfigDialogs() { fs::create_directories(folder_); }
-    ~ConfigDialogs() override { fs::remove_all(folder_); }
-    const fs::path folder_ =
-        fs::temp_directory_path() / ("tavu-dialogs-" + std::to_string(g_random_int()));
-};
 
 }  // namespace
 
-TEST_F(ConfigDialogs, ExportedFileIsImportedAgain) {
-    const fs::path file = folder_ / "saved.cfg";
-    ASSERT_TRUE(connect_to(ROW_USB1));
-    choose_text(cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD], "Baud 400K");
-
-    EXPECT_EQ(click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file),
-              fs::current_path() / "tavu.cfg");
+TEST_F(ConfigDialogs, ExportedFileIsImportedAgainAndFailuresAreTold) {
+    const fs::path folder =
+        fs::temp_directory_path() / ("tavu-dialogs-" + std::to_string(g_random_int()));
+    const fs::path file = folder / "tavu.cfg";
+    ASSERT_TRUE(fs::create_directory(folder) && connect());
+    fs::current_path(folder);
+    GtkWidget* rate = cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD];
+    use(rate, "Baud 400K");
+    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK);
     EXPECT_EQ(log_lines(), Lines{"Export CFG successfully !"});
-    EXPECT_EQ(fs::file_size(file), 92U);
-
-    choose_text(cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD], "Baud 1M");
+    use(rate, "Baud 1M");
     click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
     EXPECT_EQ(log_lines(), Lines{"Import CFG successfully !"});
-    EXPECT_EQ(shown(cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD]), "Baud 400K");
-}
+    EXPECT_EQ(shown({rate}), "Baud 400K|");
 
-TEST_F(ConfigDialogs, CancelledExportHasAppliedTheSettingsAndLogsNoMore) {
-    ASSERT_TRUE(connect_to(ROW_USB1));
-    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_CANCEL, folder_ / "none.cfg");
-    EXPECT_EQ(log_lines().size(), 5U);
-    EXPECT_TRUE(fs::is_empty(folder_));
-
-    log_result("before");
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_CANCEL, folder_ / "none.cfg");
-    EXPECT_EQ(log_lines(), Lines{"before"});
-}
-
-TEST_F(ConfigDialogs, PathBeyondTheImportLimitIsRefusedBeforeAnythingIsSent) {
-    const std::string part(200, 'x');
-    const fs::path deep = folder_ / part / part / part / part;
-    fs::create_directories(deep);
-    // Cut to the limit, the path would name another valid file.
-    const std::string fitting = deep / std::string(1023 - deep.string().size() - 1, 'y');
-    ASSERT_TRUE(connect_to(ROW_USB1));
-    ASSERT_EQ(procCfg(com_port, std::string(fitting).data(), false), 0);
-    fs::copy(fitting, fitting + "z");
-    station(ROW_USB1).forget_commands();
-
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, fitting + "z");
+    fs::resize_file(file, fs::file_size(file) - 1);
+    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
     EXPECT_EQ(log_lines(), Lines{"Import CFG failed !"});
-    EXPECT_TRUE(station(ROW_USB1).commands().empty());
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, fitting);
-    EXPECT_EQ(log_lines(), Lines{"Import CFG successfully !"});
+    fs::remove_all(folder);
+    fs::create_directory(folder);
+    station().set_fault(sim::Fault::silent);
+    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK);
+    EXPECT_EQ(log_lines(), Lines{"Export CFG failed !"});
+    station().set_fault(sim::Fault::none);
+    fs::remove_all(folder);
+}
+
+TEST_F(ConfigDialogs, DismissedExportHasAppliedTheSettingsAndLogsNoMore) {
+    ASSERT_TRUE(connect());
+    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_CANCEL);
+    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_DELETE_EVENT);
+    EXPECT_EQ(log_lines().size(), 5U);
 }

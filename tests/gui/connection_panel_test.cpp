@@ -6,118 +6,78 @@
 
 #include "tests/gui/ui_fixture.h"
 
-#include <algorithm>
 #include <set>
+#include <tuple>
 
 using ConnectionPanel = UiTest;
-using sim::Bytes;
-
-TEST_F(ConnectionPanel, PortNamesFollowTheLibrarysOrder) {
-    for (const auto& [port, name] : {std::pair{0, "ttyS0"},
-                                     {21, "ttyUSB5"},
-                                     {24, "ttyACM0"},
-                                     {39, "ttyACM15"},
-                                     {67, "serusb15"},
-                                     {68, ""}}) {
-        EXPECT_EQ(port_display_name(port), name) << port;
-    }
-}
 
 TEST_F(ConnectionPanel, EnablingRuleHoldsInEveryState) {
-    GtkWidget* filter = cs_info.can[CAN_2].cbbox[CS_CBBOX_FILTER];
-    GtkWidget* const widgets[] = {cd_info.cbbox,
-                                  cd_info.btn_start,
-                                  cs_info.grid_container[CS2_GRID],
-                                  rs_info.frame,
-                                  ss_info.frame,
-                                  bs_info.frame,
-                                  bs_info.cbbox,
-                                  cs_info.can[CAN_2].ety[CS_ETY_LAB_ID],
-                                  rs_info.ety[RS_ETY_LAB_DATA_CNT]};
-    struct State {
-        bool connected, active, continuous;
-        int filter_row;
-        const char* enabled;  // the widgets in their order; "." leaves one as it was
+    const CAN_INFO& can = cs_info.can[CAN_2];
+    const Widgets widgets = {cd_info.cbbox, cd_info.btn_start, cs_info.grid_container[CS2_GRID],
+                             rs_info.frame, ss_info.frame,     bs_info.frame,
+                             bs_info.cbbox, can.ety[0],        rs_info.ety[0]};
+    // Connected, started, batches, filter of CAN 2; each widget off, on or "." as it was.
+    const std::tuple<bool, bool, const char*, const char*, std::string> states[] = {
+        {false, false, "off", "Filter NONE", "100000..."},
+        {true, false, "off", "Filter NONE", "01100110."},
+        {true, false, "off", "Filter 29-bit", "01100111."},
+        {true, true, "off", "Filter 29-bit", "0101110.1"},
+        {true, true, "on", "Filter NONE", "0101110.0"},
     };
-    for (const State& state : {State{false, false, true, CS_CBBOX_FILT_NONE, "100000..."},
-                               State{true, false, true, CS_CBBOX_FILT_NONE, "01100110."},
-                               State{true, false, true, CS_CBBOX_FILT_29, "01100111."},
-                               State{true, true, true, CS_CBBOX_FILT_29, "0101110.1"},
-                               State{true, true, false, CS_CBBOX_FILT_29, "0101110.0"}}) {
-        choose(filter, state.filter_row);
-        is_recv_normal = state.continuous;
-        for (const char before : {'0', '1'}) {
-            std::string expected = state.enabled;
-            std::replace(expected.begin(), expected.end(), '.', before);
-            std::string seen;
-            for (GtkWidget* widget : widgets) {
-                gtk_widget_set_sensitive(widget, before == '1');
+    for (const auto& [connected, started, batches, filter, expected] : states) {
+        use(can.cbbox[CS_CBBOX_FILTER], filter);
+        use(rs_info.chk, batches);
+        for (std::size_t i = 0; i < widgets.size(); ++i) {
+            for (const char before : {'0', '1'}) {
+                gtk_widget_set_sensitive(widgets[i], before == '1');
+                wgt_show_hide(connected, started);
+                const char after = expected[i] == '.' ? before : expected[i];
+                EXPECT_EQ(gtk_widget_get_sensitive(widgets[i]), after == '1')
+                    << expected << ' ' << i;
             }
-            wgt_show_hide(state.connected, state.active);
-            for (GtkWidget* widget : widgets) {
-                seen += enabled(widget) ? '1' : '0';
-            }
-            EXPECT_EQ(seen, expected);
         }
     }
-    is_recv_normal = true;
-    choose(filter, CS_CBBOX_FILT_NONE);
     wgt_show_hide(false, false);
 }
 
 TEST_F(ConnectionPanel, ConnectStartStopAndDisconnectTheSecondModule) {
-    ASSERT_TRUE(connect_to(ROW_ACM0));
-    EXPECT_TRUE(station(ROW_USB1).commands().empty());
-    EXPECT_EQ(com_port, 24);
+    const std::string device = "|FW: 03.10|Lib: 3.1.0|Model: 1234|CAN: ";
+    const std::string stopped =
+        "ttyACM0!|Disconnect|Start CAN" + device + "Inactive|  N/A   |  N/A|";
+    const std::string started = "ttyACM0!|Disconnect|Stop CAN" + device + "Active|  000000|  N/A|";
+    const auto& [firmware, api, model, activity] = cd_info.label;
+    GtkWidget* const* status = bs_info.label_content;
+    GtkWidget* fdf = ss_info.chk[SS_CHK_FDF];  // the channels run CAN 2.0B
+    ASSERT_TRUE(connect());
     EXPECT_EQ(log_lines(), (Lines{"Connect device successfully !", "Get version successfully !"}));
-    EXPECT_EQ(shown(cd_info.btn_cnnt), "Disconnect");
-    EXPECT_EQ(shown(cd_info.label[CD_LABEL_FW]) + shown(cd_info.label[CD_LABEL_API]),
-              "FW: 03.10Lib: 3.1.0");
-    EXPECT_EQ(shown(cd_info.label[CD_LABEL_MDL]), "Model: 1234");
-    EXPECT_EQ(shown(cd_info.label[CD_LABEL_EN_DIS]), "CAN: Inactive");
-
-    choose_text(bs_info.cbbox, "Bus Error");
-    ASSERT_TRUE(start_can());
-    EXPECT_EQ(sent(ROW_ACM0, 0x61).back(), (Bytes{0x61, 1, 1}));
-    EXPECT_EQ(shown(cd_info.btn_start), "Stop CAN");
-    EXPECT_EQ(shown(cd_info.label[CD_LABEL_EN_DIS]), "CAN: Active");
-    EXPECT_EQ(shown(bs_info.label_content[BS_LABEL_CAN1_ECR_C]), "  000000");
-
-    click(cd_info.btn_start);
-    EXPECT_FALSE(is_active);
-    EXPECT_EQ(sent(ROW_ACM0, 0x61).back(), (Bytes{0x61, 0, 0}));
-    EXPECT_EQ(shown(cd_info.btn_start), "Start CAN");
-    EXPECT_EQ(shown(bs_info.label_content[BS_LABEL_CAN1_ECR_C]), "  N/A   ");
-    EXPECT_TRUE(log_lines().empty());
-
-    gtk_widget_set_sensitive(ss_info.chk[SS_CHK_FDF], TRUE);
-    ASSERT_TRUE(start_can());
-    EXPECT_FALSE(enabled(ss_info.chk[SS_CHK_FDF]));  // the channels run CAN 2.0B
-    EXPECT_EQ(shown(bs_info.label_content[BS_LABEL_CAN1_ECR_C]), "  000000");
-    station(ROW_ACM0).send_to_host(Bytes{0x99, 0x01, 0, 0, 0, 0, 0x9A, 0x0D, 0x0A});
-    EXPECT_TRUE(run_until([] { return shown(bs_info.label_content[BS_LABEL_EE_C]) == "❌"; }));
-
-    click(cd_info.btn_cnnt);
-    EXPECT_FALSE(is_connect || is_active);
-    EXPECT_EQ(sent(ROW_ACM0, 0x61).back(), (Bytes{0x61, 0, 0}));
-    EXPECT_EQ(sim::shim_open_descriptors(), 0);
-    EXPECT_EQ(shown(cd_info.btn_cnnt) + "," + shown(cd_info.btn_start), "Connect,Start CAN");
-    EXPECT_EQ(shown(cd_info.label[CD_LABEL_MDL]) + shown(cd_info.label[CD_LABEL_EN_DIS]), "");
+    gtk_widget_set_sensitive(fdf, TRUE);
+    use(bs_info.cbbox, "Bus Error");
+    station().forget_commands();
+    expect_steps(
+        {cd_info.cbbox, cd_info.btn_cnnt, cd_info.btn_start, firmware, api, model, activity,
+         status[BS_LABEL_CAN1_ECR_C], status[BS_LABEL_EE_C], bs_info.cbbox, fdf},
+        {{cd_info.btn_start, "", started + "Bus Error!|off!|"},
+         {cd_info.btn_start, "", stopped + "Bus Error|off!|"},
+         {cd_info.btn_start, "", started + "Bus Error!|off!|"},
+         {cd_info.btn_cnnt, "", "ttyACM0|Connect|Start CAN!|||||  N/A   |  N/A|Bus Error!|off!|"}});
+    EXPECT_EQ(
+        sent(0x61),
+        (std::vector<Bytes>{{0x61, 1, 1}, {0x61, 0, 0}, {0x61, 1, 1}, {0x61, 0, 0}, {0x61, 0, 0}}));
     EXPECT_EQ(log_lines(), Lines{"Disconnect device successfully !"});
+    EXPECT_EQ(sim::shim_open_descriptors(), 0);
 }
 
 TEST_F(ConnectionPanel, FailedConnectChangesNothingButTheLog) {
-    station(ROW_USB1).set_fault(sim::Fault::silent);
-    EXPECT_FALSE(connect_to(ROW_USB1));
+    station().set_fault(sim::Fault::silent);
+    EXPECT_FALSE(connect());
     EXPECT_EQ(log_lines(), Lines{"Connect device failed !"});
-
+    station().set_fault(sim::Fault::none);
     // Opening reads the build identifier once; the read that counts is the second.
-    station(ROW_USB1).set_fault(sim::Fault::none);
-    station(ROW_USB1).script_reply(0x36, {});
-    station(ROW_USB1).script_reply(0x36, {0x36, 0x01, 0, 0, 0, 0, 0});
-    EXPECT_FALSE(connect_to(ROW_USB1));
+    station().script_reply(0x36, {});
+    station().script_reply(0x36, {0x36, 0x01, 0, 0, 0, 0, 0});
+    EXPECT_FALSE(connect());
     EXPECT_EQ(log_lines(), Lines{"Get version failed !"});
-    EXPECT_EQ(shown(cd_info.btn_cnnt), "Connect");
+    EXPECT_EQ(shown({cd_info.btn_cnnt, cd_info.btn_start}), "Connect|Start CAN!|");
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
 }
 
@@ -127,22 +87,20 @@ TEST_F(ConnectionPanel, PressesMadeDuringAnExchangeAreDroppedAndOtherEventsKept)
     const auto note = +[](GtkWidget*, GdkEvent* event, gpointer types) -> gboolean {
         return static_cast<std::set<GdkEventType>*>(types)->insert(event->type), FALSE;
     };
-    const auto none_pending = [] { return gtk_events_pending() == FALSE; };
-    ASSERT_TRUE(run_until(none_pending));
+    ASSERT_TRUE(run_until([] { return gtk_events_pending() == FALSE; }));
     const gulong handler = g_signal_connect(windows->main_window, "event", G_CALLBACK(note), &seen);
     {
         const BusyPointer busy;
         { const BusyPointer nested; }
         EXPECT_NE(gdk_window_get_cursor(window), nullptr);
-        for (const GdkEventType type : {GDK_BUTTON_PRESS, GDK_PROPERTY_NOTIFY, GDK_KEY_PRESS}) {
+        for (const GdkEventType type : {GDK_BUTTON_PRESS, GDK_KEY_PRESS, GDK_PROPERTY_NOTIFY}) {
             const GEventRef event(gdk_event_new(type));
             event->any.window = GDK_WINDOW(g_object_ref(window));
             gdk_event_put(event.get());
         }
     }
     EXPECT_EQ(gdk_window_get_cursor(window), nullptr);
-    ASSERT_TRUE(run_until(none_pending));
+    EXPECT_TRUE(run_until([&] { return seen.contains(GDK_PROPERTY_NOTIFY); }));
     EXPECT_FALSE(seen.contains(GDK_BUTTON_PRESS) || seen.contains(GDK_KEY_PRESS));
-    EXPECT_TRUE(seen.contains(GDK_PROPERTY_NOTIFY));
     g_signal_handler_disconnect(windows->main_window, handler);
 }

@@ -9,11 +9,11 @@
 using ShutDown = UiTest;
 
 TEST_F(ShutDown, ClosingTheWindowStopsTheModuleAndEndsTheLoop) {
-    ASSERT_TRUE(connect_to(ROW_USB1) && start_can());
+    ASSERT_TRUE(connect() && start_can());
     g_idle_add_once([](gpointer window) { gtk_widget_destroy(GTK_WIDGET(window)); },
                     windows->main_window);
     gtk_main();
-    EXPECT_EQ(sent(ROW_USB1, 0x61).back(), (sim::Bytes{0x61, 0, 0}));
+    EXPECT_EQ(sent(0x61).back(), (Bytes{0x61, 0, 0}));
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
     shut_down();
 }

@@ -1,5 +1,6 @@
 // tests/gui/ui_fixture.h - test: the whole user interface on two simulated modules, and its probes.
 // May be included by tests/gui only.
+// Thread: main; each module is served by a thread of its own.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_GUI_UI_FIXTURE_H
 #define TESTS_GUI_UI_FIXTURE_H
@@ -10,54 +11,156 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Lines = std::vector<std::string>;
+using Widgets = std::vector<GtkWidget*>;
+using sim::Bytes;
 
-// Rows of the port list, in the order of the library's ports.
-enum { ROW_USB1, ROW_ACM0 };
-
-// Starts the user interface once for the process and leaves every test with no module open.
-class UiTest : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite();
-    void TearDown() override;
-};
-
-// The module behind a row of the port list.
-sim::Station& station(int row);
-
-// Clicks Connect on a row, then Start; true when the panel has followed.
-[[nodiscard]] bool connect_to(int row);
-[[nodiscard]] bool start_can();
-
-// Runs the main loop until the condition holds; false when it still does not at the limit.
-bool run_until(const std::function<bool()>& condition,
-               std::chrono::milliseconds limit = std::chrono::seconds(5));
-
-inline void click(GtkWidget* button) {
-    gtk_button_clicked(GTK_BUTTON(button));
+inline std::string owned(gchar* text) {
+    const GText owner(text);
+    return text != nullptr ? text : "";
 }
-inline void choose(GtkWidget* combo, int row) {
-    gtk_combo_box_set_active(GTK_COMBO_BOX(combo), row);
+
+// The rows of a combo or view: their first cells, parted by "|".
+inline Lines rows_of(GtkWidget* combo_or_view, int columns = 1) {
+    GtkTreeModel* model = nullptr;
+    g_object_get(combo_or_view, "model", &model, nullptr);
+    const GObjectRef<GtkTreeModel> owned_model(model);
+    Lines lines;
+    GtkTreeIter row;
+    while (model != nullptr &&
+           gtk_tree_model_iter_nth_child(model, &row, nullptr, static_cast<gint>(lines.size()))) {
+        std::string line;
+        for (int column = 0; column < columns; ++column) {
+            gchar* text = nullptr;
+            gtk_tree_model_get(model, &row, column, &text, -1);
+            line += (column > 0 ? "|" : "") + owned(text);
+        }
+        lines.push_back(line);
+    }
+    return lines;
 }
-void choose_text(GtkWidget* combo, const std::string& text);
-inline void type_text(GtkWidget* entry, const char* text) {
-    gtk_entry_set_text(GTK_ENTRY(entry), text);
-}
-std::string shown(GtkWidget* widget);  // text of a label, button, entry or combo
-Lines rows_of(GtkWidget* combo_or_view, int column = 0);
+
 inline Lines log_lines() {
     return rows_of(sl_info.tree);
 }
-inline bool enabled(GtkWidget* widget) {
-    return gtk_widget_get_sensitive(widget) != FALSE;
+
+// What the widgets show, each ended by "|", after "!" when insensitive: the text of a label,
+// button, entry or combo, "on" or "off" of a check box; nothing of a hidden one.
+inline std::string shown(const Widgets& widgets) {
+    std::string texts;
+    for (GtkWidget* widget : widgets) {
+        gchar* text = nullptr;
+        if (GTK_IS_COMBO_BOX(widget)) {
+            text = gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(widget));
+        } else if (GTK_IS_CHECK_BUTTON(widget)) {
+            text = g_strdup(is_checked(widget) ? "on" : "off");
+        } else if (gtk_widget_get_visible(widget) != FALSE) {
+            g_object_get(widget, GTK_IS_ENTRY(widget) ? "text" : "label", &text, nullptr);
+        }
+        texts += owned(text) + (gtk_widget_get_sensitive(widget) != FALSE ? "|" : "!|");
+    }
+    return texts;
 }
 
-// Commands with that first byte which a module has received, without checksum and closing bytes.
-std::vector<sim::Bytes> sent(int row, std::uint8_t command);
+// Does what the user would: selects the row with that text (none when the list has no such row),
+// types the text, sets a check box to "on" or "off", or clicks a button.
+inline void use(GtkWidget* widget, const std::string& text = {}) {
+    if (GTK_IS_COMBO_BOX(widget)) {
+        const Lines rows = rows_of(widget);
+        const auto row = static_cast<int>(std::find(rows.begin(), rows.end(), text) - rows.begin());
+        gtk_combo_box_set_active(GTK_COMBO_BOX(widget), row < std::ssize(rows) ? row : -1);
+    } else if (GTK_IS_ENTRY(widget)) {
+        gtk_entry_set_text(GTK_ENTRY(widget), text.c_str());
+    } else if (GTK_IS_CHECK_BUTTON(widget)) {
+        set_checked(widget, text == "on");
+    } else {
+        gtk_button_clicked(GTK_BUTTON(widget));
+    }
+}
+
+// A widget, how it is used, and what the watched widgets show then.
+using Steps = std::vector<std::tuple<GtkWidget*, const char*, std::string>>;
+
+inline void expect_steps(const Widgets& watched, const Steps& steps) {
+    for (const auto& [widget, text, expected] : steps) {
+        use(widget, text);
+        EXPECT_EQ(shown(watched), expected) << text;
+    }
+}
+
+// Calls `act` from the main loop, also from that of a dialog, until it returns true.
+inline void from_main_loop(std::function<bool()>* act) {
+    const auto call = +[](gpointer data) -> gboolean {
+        return (*static_cast<std::function<bool()>*>(data))() ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
+    };
+    g_timeout_add(5, call, act);
+}
+
+// Runs the main loop until the condition holds; false when it still does not at the limit.
+inline bool run_until(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!condition() && std::chrono::steady_clock::now() < deadline) {
+        g_main_context_iteration(nullptr, TRUE);  // the display timer wakes it every millisecond
+    }
+    return condition();
+}
+
+// The modules in the order of the port list; the tests connect to the second.
+inline sim::Station& station(int row = 1) {
+    static sim::Station stations[] = {sim::Station({.device = "/dev/ttyUSB1"}),
+                                      sim::Station({.device = "/dev/ttyACM0"})};
+    return stations[row];
+}
+
+[[nodiscard]] inline bool connect() {
+    use(cd_info.cbbox, "ttyACM0");
+    use(cd_info.btn_cnnt);
+    return is_connect;
+}
+
+[[nodiscard]] inline bool start_can() {
+    use(cd_info.btn_start);
+    return is_active;
+}
+
+// Commands with that first byte which the module has received, without checksum and closing bytes.
+inline std::vector<Bytes> sent(std::uint8_t command) {
+    std::vector<Bytes> frames = station().commands();
+    std::erase_if(frames, [=](const Bytes& frame) { return frame.front() != command; });
+    for (Bytes& frame : frames) {
+        frame.resize(frame.size() - 3);
+    }
+    return frames;
+}
+
+// Starts the user interface once for the process. Every test begins with no module open, no box of
+// the traffic panels ticked and the frame log empty.
+class UiTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        station().set_state({});
+        if (windows == nullptr) {
+            start_up(nullptr, nullptr);
+        }
+        for (GtkWidget* box : ss_info.chk) {
+            use(box, "off");
+        }
+        use(rs_info.chk, "off");
+        use(bs_info.btn_clr);
+        station().forget_commands();
+    }
+    void TearDown() override {
+        if (is_connect) {
+            use(cd_info.btn_cnnt);
+        }
+    }
+};
 
 #endif
