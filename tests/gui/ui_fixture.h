@@ -112,22 +112,11 @@ inline bool run_until(const std::function<bool()>& condition) {
     return condition();
 }
 
-// The modules in the order of the port list; the tests connect to the second.
-inline sim::Station& station(int row = 1) {
-    static sim::Station stations[] = {sim::Station({.device = "/dev/ttyUSB1"}),
-                                      sim::Station({.device = "/dev/ttyACM0"})};
-    return stations[row];
-}
-
-[[nodiscard]] inline bool connect() {
-    use(cd_info.cbbox, "ttyACM0");
-    use(cd_info.btn_cnnt);
-    return is_connect;
-}
-
-[[nodiscard]] inline bool start_can() {
-    use(cd_info.btn_start);
-    return is_active;
+// The second module of the port list, which the tests connect to. The first is never touched.
+inline sim::Station& station() {
+    static sim::Station first({.device = "/dev/ttyUSB1"});
+    static sim::Station second({.device = "/dev/ttyACM0"});
+    return second;
 }
 
 // Commands with that first byte which the module has received, without checksum and closing bytes.
@@ -140,8 +129,8 @@ inline std::vector<Bytes> sent(std::uint8_t command) {
     return frames;
 }
 
-// Starts the user interface once for the process. Every test begins with no module open, no box of
-// the traffic panels ticked and the frame log empty.
+// Starts the user interface once for the process. Every test begins with no module open, the
+// second one selected, continuous reception and an empty frame log.
 class UiTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -149,11 +138,9 @@ class UiTest : public ::testing::Test {
         if (windows == nullptr) {
             start_up(nullptr, nullptr);
         }
-        for (GtkWidget* box : ss_info.chk) {
-            use(box, "off");
-        }
         use(rs_info.chk, "off");
         use(bs_info.btn_clr);
+        use(cd_info.cbbox, "ttyACM0");
         station().forget_commands();
     }
     void TearDown() override {
