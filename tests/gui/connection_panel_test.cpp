@@ -31,36 +31,34 @@ TEST_F(ConnectionPanel, EnablingRuleHoldsInEveryState) {
                 gtk_widget_set_sensitive(widgets[i], before == '1');
                 wgt_show_hide(connected, started);
                 const char after = expected[i] == '.' ? before : expected[i];
-                EXPECT_EQ(gtk_widget_get_sensitive(widgets[i]), after == '1')
-                    << expected << ' ' << i;
+                EXPECT_EQ(gtk_widget_get_sensitive(widgets[i]), after == '1') << expected << i;
             }
         }
     }
 }
 
 TEST_F(ConnectionPanel, ConnectStartStopAndDisconnectTheSecondModule) {
-    const std::string device = "|FW: 03.10|Lib: 3.1.0|Model: 1234|CAN: ";
-    const std::string started = "ttyACM0!|Disconnect|Stop CAN" + device + "Active|  000000|  N/A|";
     const auto& [firmware, api, model, activity] = cd_info.label;
+    const auto [connect, start] = std::pair{cd_info.btn_cnnt, cd_info.btn_start};
     GtkWidget* const* status = bs_info.label_content;
     GtkWidget* fdf = ss_info.chk[SS_CHK_FDF];  // the channels run CAN 2.0B
-    use(cd_info.btn_cnnt);
+    use(connect);
     EXPECT_EQ(log_lines(), (Lines{"Connect device successfully !", "Get version successfully !"}));
+    EXPECT_EQ(shown({cd_info.cbbox, firmware, api, model, activity}),
+              "ttyACM0!|FW: 03.10|Lib: 3.1.0|Model: 1234|CAN: Inactive|");
     gtk_widget_set_sensitive(fdf, TRUE);
     use(bs_info.cbbox, "Bus Error");
     station().forget_commands();
-    expect_steps(
-        {cd_info.cbbox, cd_info.btn_cnnt, cd_info.btn_start, firmware, api, model, activity,
-         status[BS_LABEL_CAN1_ECR_C], status[BS_LABEL_EE_C], bs_info.cbbox, fdf},
-        {{cd_info.btn_start, "", started + "Bus Error!|off!|"},
-         {cd_info.btn_start, "",
-          "ttyACM0!|Disconnect|Start CAN" + device + "Inactive|  N/A   |  N/A|Bus Error|off!|"},
-         {cd_info.btn_start, "", started + "Bus Error!|off!|"},
-         {cd_info.btn_cnnt, "", "ttyACM0|Connect|Start CAN!|||||  N/A   |  N/A|Bus Error!|off!|"}});
-    EXPECT_EQ(
-        sent(0x61),
-        (std::vector<Bytes>{{0x61, 1, 1}, {0x61, 0, 0}, {0x61, 1, 1}, {0x61, 0, 0}, {0x61, 0, 0}}));
+    expect_steps({connect, start, activity, status[BS_LABEL_CAN1_ECR_C], status[BS_LABEL_EE_C],
+                  bs_info.cbbox, fdf},
+                 {{start, "", "Disconnect|Stop CAN|CAN: Active|  000000|  N/A|Bus Error!|off!|"},
+                  {start, "", "Disconnect|Start CAN|CAN: Inactive|  N/A   |  N/A|Bus Error|off!|"},
+                  {start, "", "Disconnect|Stop CAN|CAN: Active|  000000|  N/A|Bus Error!|off!|"},
+                  {connect, "", "Connect|Start CAN!||  N/A   |  N/A|Bus Error!|off!|"}});
+    const Bytes on{0x61, 1, 1}, off{0x61, 0, 0};
+    EXPECT_EQ(sent(0x61), (std::vector<Bytes>{on, off, on, off, off}));
     EXPECT_EQ(log_lines(), Lines{"Disconnect device successfully !"});
+    EXPECT_EQ(shown({cd_info.cbbox, firmware, api, model}), "ttyACM0||||");
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
 }
 
@@ -82,7 +80,6 @@ TEST_F(ConnectionPanel, PressesMadeDuringAnExchangeAreDroppedAndOtherEventsKept)
     GdkWindow* window = gtk_widget_get_window(windows->main_window);
     {
         const BusyPointer busy;
-        { const BusyPointer nested; }
         EXPECT_NE(gdk_window_get_cursor(window), nullptr);
         for (const GdkEventType type : {GDK_BUTTON_PRESS, GDK_CLIENT_EVENT, GDK_KEY_PRESS}) {
             const GEventRef event(gdk_event_new(type));

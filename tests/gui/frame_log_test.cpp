@@ -38,6 +38,7 @@ TEST_F(FrameLog, CellsShowTheFrame) {
 
 // The display timer's way, many records to a flush, must end as one by one does.
 TEST_F(FrameLog, LogStartsAfreshAfterAThousandRowsHoweverTheyCome) {
+    const Widgets labels(&bs_info.label_content[BS_LABEL_SEND1_C], std::end(bs_info.label_content));
     for (const auto& [total, rows, counts] : {std::tuple{1000, 1000U, "143|286|190|381|"},
                                               {1001, 1U, "143|286|190|382|"},
                                               {3456, 456U, "494|987|658|1317|"}}) {
@@ -55,10 +56,7 @@ TEST_F(FrameLog, LogStartsAfreshAfterAThousandRowsHoweverTheyCome) {
             const Lines seen = rows_of(bs_info.tree, COL_NUM);
             one_by_one = per_tick == 1 ? seen : one_by_one;
             EXPECT_EQ(seen, one_by_one) << per_tick;
-            EXPECT_EQ(
-                shown({&bs_info.label_content[BS_LABEL_SEND1_C], std::end(bs_info.label_content)}),
-                counts)
-                << per_tick;
+            EXPECT_EQ(shown(labels), counts) << per_tick;
         }
         ASSERT_EQ(one_by_one.size(), rows);
         EXPECT_TRUE(one_by_one.back().starts_with(std::to_string(rows) + '|'));

@@ -56,11 +56,8 @@ TEST_F(StartUp, InterfaceFilesHaveEveryWidget) {
 }
 
 TEST_F(StartUp, WindowOpensNotConnectedWithBothModulesListed) {
-    EXPECT_STREQ(gtk_window_get_title(GTK_WINDOW(windows->main_window)), "TAVU Utility v1.0.2");
     EXPECT_EQ(rows_of(cd_info.cbbox), (Lines{"ttyUSB1", "ttyACM0"}));
-    EXPECT_EQ(port_display_name(16) + port_display_name(67), "ttyUSB0serusb15");
     EXPECT_EQ(shown({cd_info.btn_cnnt, cd_info.btn_start}), "Connect|Start CAN!|");
-    EXPECT_EQ(gtk_notebook_get_n_pages(GTK_NOTEBOOK(cs_info.grid_container[CS_NOTEBOOK])), 2);
     for (const CAN_INFO& can : cs_info.can) {
         EXPECT_EQ(shown({can.cbbox[0], can.cbbox[1], can.cbbox[2]}),
                   "Baud 5K|Baud 2M|Filter NONE|");

@@ -95,12 +95,9 @@ inline void expect_steps(const Widgets& watched, const Steps& steps) {
     }
 }
 
-// Calls `act` from the main loop, also from that of a dialog, until it returns true.
-inline void from_main_loop(std::function<bool()>* act) {
-    const auto call = +[](gpointer data) -> gboolean {
-        return (*static_cast<std::function<bool()>*>(data))() ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
-    };
-    g_timeout_add(5, call, act);
+// Calls `act` from the main loop, that of a dialog if one is open by then.
+inline void when_idle(std::function<void()>* act) {
+    g_idle_add_once([](gpointer data) { (*static_cast<std::function<void()>*>(data))(); }, act);
 }
 
 // Runs the main loop until the condition holds; false when it still does not at the limit.
