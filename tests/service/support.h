@@ -6,7 +6,8 @@
 
 #include "service/traffic_queues.h"
 
-#include <algorithm>
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <filesystem>
 #include <iterator>
@@ -33,25 +34,22 @@ inline auto thread_count() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
-// Takes everything out of a ring.
-inline std::vector<UPBS_INFO> taken(bool (*pop)(UPBS_INFO*)) {
-    std::vector<UPBS_INFO> records;
-    for (UPBS_INFO record; pop(&record);) {
-        records.push_back(record);
-    }
-    return records;
+inline bool threads_become(decltype(thread_count()) count) {
+    return wait_for([count] { return thread_count() == count; });
 }
 
-inline std::vector<unsigned> ids(const std::vector<UPBS_INFO>& records) {
-    std::vector<unsigned> result;
-    result.reserve(records.size());
-    for (const UPBS_INFO& record : records) {
-        result.push_back(record.frame_info.id);
-    }
-    return result;
-}
+using Ids = std::vector<unsigned>;
 
-inline const char* const kTimeText =
-    "([01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9]:[0-9][0-9][0-9]";  // POSIX regular expression
+// Empties a ring, once at least so many records have come; their identifiers.
+inline Ids taken(bool (*pop)(UPBS_INFO*), std::size_t at_least = 0) {
+    Ids ids;
+    EXPECT_TRUE(wait_for([&] {
+        for (UPBS_INFO record; pop(&record);) {
+            ids.push_back(record.frame_info.id);
+        }
+        return ids.size() >= at_least;
+    }));
+    return ids;
+}
 
 #endif
