@@ -15,30 +15,21 @@ namespace {
 
 constexpr unsigned int kReports = 200000;
 
-// Report number `number`; the number is its identifier, or stands in its data.
+// Report number `number`; the number is its identifier, or stands in its data. The EEPROM report's
+// record has no data: it only has to come.
 void report_append(sim::Bytes& stream, unsigned int number) {
-    const std::array id = {
-        static_cast<unsigned char>(number >> 24), static_cast<unsigned char>(number >> 16),
-        static_cast<unsigned char>(number >> 8), static_cast<unsigned char>(number)};
-    const auto append = [&](const sim::Bytes& head, std::size_t tail) {
-        stream.insert(stream.end(), head.begin(), head.end());
-        stream.insert(stream.end(), id.begin(), id.end());
-        stream.insert(stream.end(), tail, 0xE1);  // looks like a header when parsing slips
-    };
-    const std::array<std::size_t, 7> fields = {12, 16, 20, 24, 32, 48, 64};
-    switch (number % 10) {
-        case 0:
-            return append(hex("E1 85"), 11);
-        case 1:
-            return append(hex("E2 86 00 00 00 00 00 00 00 00"), 11);
-        case 2:
-            return append(hex("99 04"), 11);
-        default: {
-            sim::Bytes head = hex("F1 05 04 00 00 00 00 00 00 00 00");
-            head[1] = static_cast<unsigned char>(0x95 + 0x10 * (number % 10 - 3));
-            return append(head, fields[number % 10 - 3] + 3);
-        }
+    static const std::tuple<sim::Bytes, std::size_t, std::size_t> kinds[] = {
+        {{0xE1, 0x85}, 0, 11},       {{0xE2, 0x86}, 8, 11},       {{0x99, 0x04}, 0, 11},
+        {{0xF1, 0x95, 0x04}, 8, 15}, {{0xF1, 0xA5, 0x04}, 8, 19}, {{0xF1, 0xB5, 0x04}, 8, 23},
+        {{0xF1, 0xC5, 0x04}, 8, 27}, {{0xF1, 0xD5, 0x04}, 8, 35}, {{0xF1, 0xE5, 0x04}, 8, 51},
+        {{0xF1, 0xF5, 0x04}, 8, 67}, {{0x99, 0x01}, 0, 11}};
+    const auto& [head, stamp, tail] = kinds[number % std::size(kinds)];
+    stream.insert(stream.end(), head.begin(), head.end());
+    stream.insert(stream.end(), stamp, 0);
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        stream.push_back(static_cast<unsigned char>(number >> shift));
     }
+    stream.insert(stream.end(), tail, 0xE1);  // looks like a header when parsing slips
 }
 
 // A sender that stops for 2 ms inside a header or 20 ms inside a body ends that report: an attempt in which this
@@ -46,51 +37,37 @@ void report_append(sim::Bytes& stream, unsigned int number) {
 constexpr std::chrono::milliseconds kHeldUp{1};
 constexpr int kAttempts = 40;
 
-// A pty whose slave is an open port, without a module.
-class Wire {
-  public:
-    Wire() {
-        termios raw{};
-        cfmakeraw(&raw);
-        raw.c_cflag |= CREAD | CLOCAL;
-        raw.c_cc[VMIN] = 0;
-        EXPECT_EQ(openpty(&master_, &slave_, nullptr, &raw, nullptr), 0);
-        tavu::create_com_list(true, {.is_legal = true,
-                                     .com_port = kPort,
-                                     .fd = slave_,
-                                     .cancel_fd = eventfd(0, EFD_NONBLOCK)});
-    }
-    ~Wire() {
-        tavu::delete_com_node(kPort);
-        close(slave_);
-        close(master_);
-    }
-    Wire(const Wire&) = delete;
-    Wire& operator=(const Wire&) = delete;
+// Opens kPort on a pty without a module. Result: the pty's other end.
+int wire_open() {
+    termios raw{};
+    cfmakeraw(&raw);
+    raw.c_cflag |= CREAD | CLOCAL;
+    raw.c_cc[VMIN] = 0;
+    int master = -1;
+    int slave = -1;
+    EXPECT_EQ(openpty(&master, &slave, nullptr, &raw, nullptr), 0);
+    tavu::create_com_list(true, {true, kPort, slave, eventfd(0, EFD_NONBLOCK)});
+    return master;
+}
 
-    // Writes all in pieces of 1 to 150 bytes; the longest time from one piece to the next.
-    Clock::duration write_in_pieces(const sim::Bytes& stream) {
-        std::mt19937 random(1);
-        Clock::duration longest{};
-        auto before = Clock::now();
-        for (std::size_t at = 0; at < stream.size();) {
-            const std::size_t piece = std::min<std::size_t>(random() % 150 + 1, stream.size() - at);
-            EXPECT_EQ(write(master_, stream.data() + at, piece), static_cast<ssize_t>(piece));
-            at += piece;
-            const auto now = Clock::now();
-            longest = std::max(longest, now - before);
-            before = now;
-        }
-        return longest;
+// Writes all in pieces of 1 to 150 bytes; the longest time from one piece to the next.
+Clock::duration write_in_pieces(int master, const sim::Bytes& stream) {
+    std::mt19937 random(1);
+    Clock::duration longest{};
+    auto before = Clock::now();
+    for (std::size_t at = 0; at < stream.size();) {
+        const std::size_t piece = std::min<std::size_t>(random() % 150 + 1, stream.size() - at);
+        EXPECT_EQ(write(master, stream.data() + at, piece), static_cast<ssize_t>(piece));
+        at += piece;
+        const auto now = Clock::now();
+        longest = std::max(longest, now - before);
+        before = now;
     }
+    return longest;
+}
 
-  private:
-    int master_ = -1;
-    int slave_ = -1;
-};
-
-// How many reports came in their place before the first that did not. The rest is discarded: the sender needs its
-// reader to the end.
+// How many reports came in their place before the first that did not. The rest is discarded: the
+// sender needs its reader to the end.
 unsigned int receive_in_order() {
     CAN_FRAME_INFO info{};
     unsigned int number = 0;
@@ -98,15 +75,12 @@ unsigned int receive_in_order() {
     while (number < kReports && TAVUWaitReceive(kPort, 500) == TAVU_SUCCESS) {
         while (is_in_order && TAVUReceive_CANFD(kPort, &info) == TAVU_REPORT) {
             const bool is_status = info.msg_type == TAVU_BUSERR_PSR_TYPE;
-            is_in_order = (is_status ? tavu::uchar_2_uint(info.data_err[0]) : info.id) == number;
+            is_in_order = info.msg_type == TAVU_EEERR_TYPE ||
+                          (is_status ? tavu::uchar_2_uint(info.data_err[0]) : info.id) == number;
             number += is_in_order ? 1 : 0;
         }
-        TAVU_LOSS_INFO lost{};
-        TAVUGetLoss(&lost);
-        is_in_order =
-            is_in_order && lost.header_short + lost.header_unknown + lost.body_incomplete == 0;
         if (!is_in_order) {
-            RS232_flushRX(tavu::chk_is_legal_com(kPort)->fd);
+            RS232_flushRX(tavu::last->fd);
         }
     }
     return number;
@@ -119,19 +93,15 @@ TEST(ReceiveStream, MixedReportsInRandomPiecesAllArriveInOrder) {
     }
     unsigned int in_order = 0;
     Clock::duration longest = kHeldUp;
-    for (int attempt = 0; attempt < kAttempts && in_order < kReports && longest >= kHeldUp;
-         ++attempt) {
-        Wire wire;
-        TAVUResetLoss();
-        std::jthread writer([&] { longest = wire.write_in_pieces(stream); });
+    for (int i = 0; i < kAttempts && in_order < kReports && longest >= kHeldUp; ++i) {
+        const int master = wire_open();
+        std::jthread writer([&] { longest = write_in_pieces(master, stream); });
         in_order = receive_in_order();
+        writer.join();
+        tavu::port_drop(tavu::last);
+        close(master);
     }
     EXPECT_EQ(in_order, kReports);
-    TAVU_LOSS_INFO lost{};
-    TAVUGetLoss(&lost);
-    EXPECT_EQ(lost.header_short, 0U);
-    EXPECT_EQ(lost.header_unknown, 0U);
-    EXPECT_EQ(lost.body_incomplete, 0U);
 }
 
 }  // namespace

@@ -12,11 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
+#include <iomanip>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 inline constexpr int kPort = 24;
@@ -27,60 +27,46 @@ using Texts = std::vector<std::string>;
 
 inline sim::Bytes hex(const std::string& text) {
     std::istringstream in(text);
-    sim::Bytes bytes;
-    for (unsigned int byte = 0; in >> std::hex >> byte;) {
-        bytes.push_back(static_cast<unsigned char>(byte));
-    }
-    return bytes;
+    in >> std::hex;
+    const std::vector<unsigned int> bytes(std::istream_iterator<unsigned int>(in), {});
+    return {bytes.begin(), bytes.end()};
 }
 
 inline std::string text_of(sim::ByteView bytes) {
-    std::string text;
+    std::ostringstream text;
+    text << std::hex << std::uppercase << std::setfill('0');
     for (const unsigned int byte : bytes) {
-        std::array<char, 4> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02X", byte);
-        text += (text.empty() ? "" : " ") + std::string(digits.data());
+        text << (text.tellp() > 0 ? " " : "") << std::setw(2) << byte;
     }
-    return text;
+    return text.str();
 }
+
+// A simulated module that tells as text what the host sent it.
+struct Module : sim::Station {
+    explicit Module(int com_port = kPort, const sim::ModuleState& state = {})
+        : Station({.device = comports.at(static_cast<std::size_t>(com_port)), .state = state}) {}
+
+    // The commands since the last time; waits until there are `count`.
+    Texts sent(std::size_t count = 0) {
+        Texts texts;
+        std::ranges::transform(wait_commands(count, kLimit), std::back_inserter(texts), text_of);
+        forget_commands();
+        return texts;
+    }
+};
 
 // A module whose port is open without the exchanges that TAVUOpenDevice makes. The test ends with
 // an exception if it cannot be opened.
-class OpenModule {
-  public:
-    explicit OpenModule(int com_port = kPort, sim::StationOptions options = {})
-        : com_port_(com_port), station([&] {
-              options.device = comports.at(static_cast<std::size_t>(com_port));
-              return std::move(options);
-          }()) {
-        if (tavu::port_open(com_port) == nullptr) {
+struct OpenModule : Module {
+    explicit OpenModule(int com_port = kPort, const sim::ModuleState& state = {})
+        : Module(com_port, state), node(tavu::port_open(com_port)) {
+        if (node == nullptr) {
             throw std::runtime_error("port does not open");
         }
     }
-    ~OpenModule() { tavu::port_drop(tavu::chk_is_legal_com(com_port_)); }
-    OpenModule(const OpenModule&) = delete;
-    OpenModule& operator=(const OpenModule&) = delete;
+    ~OpenModule() { tavu::port_drop(node); }
 
-    // The commands since the last time, each as text; waits until there are `count`.
-    Texts sent(std::size_t count = 0) {
-        Texts texts;
-        for (const sim::Bytes& command : station.wait_commands(count, kLimit)) {
-            texts.push_back(text_of(command));
-        }
-        station.forget_commands();
-        return texts;
-    }
-    void change(auto&& edit) {
-        sim::ModuleState state = station.state();
-        edit(state);
-        station.set_state(state);
-    }
-
-  private:
-    int com_port_;
-
-  public:
-    sim::Station station;
+    tavu::COM_NODE* const node;
 };
 
 #endif
