@@ -31,7 +31,7 @@
  * Memory. The caller owns every record and buffer; the library keeps no pointer after a call
  * returns. Records are passed by value into the library and by pointer to be filled. A null pointer
  * gives the failure result. The library allocates one node for each open port and frees it on
- * close; no other call allocates.
+ * close; beside that only the configuration-file calls allocate, for their time.
  *
  * Threads. The groups are
  *   connect    TAVUOpenDevice, TAVUOpenDeviceSCT, TAVUOpenSocketCAN, TAVUCloseDevice,
@@ -66,8 +66,9 @@
  *
  * Cancelling a thread (pthread_cancel, deferred) inside TAVUSend, TAVUSend_CANFD, TAVUSleep or
  * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. It takes effect in the
- * waits and is put off during a write, 100 ms at most, so a frame command is written whole or not
- * at all, unless the port has room for a part of it only during all that time.
+ * waits and is put off during a write, 100 ms at most (and as long again behind another writer of
+ * the port), so a frame command is written whole or not at all, unless the port has room for a part
+ * of it only during all that time.
  */
 #ifndef LIB_TAVU_2_H
 #define LIB_TAVU_2_H
@@ -394,8 +395,8 @@ TAVU_API int TAVUOpenDeviceSCT(int com_port);
 /*
  * Opens a port without asking for an answer: TAVU_SUCCESS on any serial device that opens. Stores
  * the descriptor (non-blocking, and the library's to close) through `fd` unless that is null; a
- * failure leaves `fd` untouched. Pending input is
- * kept until the first exchange; the rest is as in TAVUOpenDevice (3 exchanges).
+ * failure leaves `fd` untouched. Pending input is kept until the first exchange; the rest is as in
+ * TAVUOpenDevice (3 exchanges).
  */
 TAVU_API int TAVUOpenSocketCAN(int com_port, int* fd);
 
@@ -436,11 +437,10 @@ TAVU_API int TAVUSend_CANFD(int com_port, CAN_FRAME_INFO info);
 
 /*
  * Takes one report of any kind off the port. TAVU_NO_REPORT: nothing pending (at once, except in
- * waiting read mode), a
- * header that is incomplete after 2 ms or unknown, a body that stopped for 20 ms, an empty
- * bus-error report, a frame that the range filter removed (the record is all zero then, untouched
- * otherwise), or the caller's mistake. Clear the record before each call: only the fields of the
- * kind are set.
+ * waiting read mode), a header that is incomplete after 2 ms or unknown, a body that stopped for
+ * 20 ms, an empty bus-error report, a frame that the range filter removed (the record is all zero
+ * then, untouched otherwise), or the caller's mistake. Clear the record before each call: only the
+ * fields of the kind are set.
  */
 TAVU_API int TAVUReceive_CANFD(int com_port, CAN_FRAME_INFO* info);
 
@@ -453,7 +453,8 @@ TAVU_API int TAVUReceive(int com_port, CAN_FRAME_INFO* info);
 /*
  * Collects reports until there are `cnt`, `interval` ms of processor time are used up, or
  * TAVUCancelReceive ends it. At least one attempt is made. Result: records filled, 0 to `cnt`; 0 at
- * once for a `cnt` of 0 or a null pointer. Polls without pause.
+ * once for a `cnt` of 0 or a null pointer. Polls without pause. In waiting read mode neither limit
+ * nor cancel ends the wait for the next report.
  */
 TAVU_API int TAVUReceiveNonblock(int com_port, NON_BLOCK_INFO* info);
 
@@ -485,7 +486,8 @@ TAVU_API void TAVUSleep(int microseconds);
 /* Bytes that reception could not use, counted for the process; all ports and threads together. */
 typedef struct {
     uint64_t header_short;    /* reports whose first 3 bytes did not all arrive within 2 ms */
-    uint64_t header_unknown;  /* headers of no known report; each costs the bytes read with it */
+    uint64_t header_unknown;  /* headers of no report that the call knows, among them CAN FD reports
+                                 without the FDF flag; each costs the bytes read with it */
     uint64_t body_incomplete; /* reports that stopped arriving for 20 ms before their end */
 } TAVU_LOSS_INFO;
 

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <numeric>
 
@@ -102,11 +101,7 @@ int cmd_process(int com_port, int frame_len, int reply_len, const unsigned char*
         return TAVU_SUCCESS;
     }
     TAVUSleep(kReplyWait_us);
-    // Asking first keeps the limit on a silent module when reads wait for data.
-    if (!RS232_WaitInput(node->fd, std::chrono::milliseconds(0))) {
-        return TAVU_FAILURE;
-    }
-    return RS232_PollComport(node->fd, reply, reply_len) > 0 ? TAVU_SUCCESS : TAVU_FAILURE;
+    return RS232_ReadPending(node->fd, reply, reply_len) > 0 ? TAVU_SUCCESS : TAVU_FAILURE;
 }
 
 int exchange(int com_port, std::span<const unsigned char> frame, std::span<unsigned char> reply) {

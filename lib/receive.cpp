@@ -88,9 +88,16 @@ void time_text(const timespec& time, char (&text)[13]) {
 
 // ---- Bytes off the port ----
 
-std::size_t port_read(int fd, std::span<unsigned char> bytes) {
+// The first bytes of a report, for which the waiting read mode waits.
+std::size_t head_read(int fd, std::span<unsigned char> bytes) {
     return static_cast<std::size_t>(
         RS232_PollComport(fd, bytes.data(), static_cast<int>(bytes.size())));
+}
+
+// The bytes behind them, which either come soon or do not come.
+std::size_t more_read(int fd, std::span<unsigned char> bytes) {
+    return static_cast<std::size_t>(
+        RS232_ReadPending(fd, bytes.data(), static_cast<int>(bytes.size())));
 }
 
 // Reads on behind the `count` bytes that came first until `bytes` is full. False: nothing came for
@@ -101,7 +108,7 @@ bool rest_read(int fd, std::span<unsigned char> bytes, std::size_t count,
         if (!RS232_WaitInput(fd, gap)) {
             return false;
         }
-        const std::size_t more = port_read(fd, bytes.subspan(count));
+        const std::size_t more = more_read(fd, bytes.subspan(count));
         if (more == 0) {
             return false;
         }
@@ -111,7 +118,7 @@ bool rest_read(int fd, std::span<unsigned char> bytes, std::size_t count,
 }
 
 bool body_read(int fd, std::span<unsigned char> body) {
-    return rest_read(fd, body, port_read(fd, body), kBodyGap);
+    return rest_read(fd, body, more_read(fd, body), kBodyGap);
 }
 
 // The short EEPROM error report ends where the long one still has eight bytes to come.
@@ -286,7 +293,7 @@ int TAVUReceive_CANFD(int com_port, CAN_FRAME_INFO* info) {
     }
     Report report;
     const auto header = std::span(report).first<kHeaderBytes>();
-    const std::size_t count = port_read(node->fd, header);
+    const std::size_t count = head_read(node->fd, header);
     if (count == 0) {
         return TAVU_NO_REPORT;
     }
@@ -313,7 +320,7 @@ int TAVUReceive(int com_port, CAN_FRAME_INFO* info) {
     }
     Report report;
     const auto bytes = std::span(report).first<kFixedBytes>();
-    const std::size_t count = port_read(node->fd, bytes);
+    const std::size_t count = head_read(node->fd, bytes);
     if (count == 0) {
         return TAVU_NO_REPORT;
     }

@@ -80,9 +80,14 @@ class Uncancelled {
     int usual_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// One writer at a time for each descriptor (those that share a place here included), or a command
-// could land inside another on a full port, and the terminal would turn the second writer away.
-std::array<std::mutex, 16> write_turns;
+// One writer at a time for each descriptor, or a command could land inside another on a full port,
+// and the terminal would turn the second writer away. Only a process with more descriptors than
+// these has some that share a place; they take turns too.
+std::array<std::mutex, 1024> write_turns;
+
+ssize_t read_once(int fd, unsigned char* buffer, int size) {
+    return uninterrupted([&] { return read(fd, buffer, static_cast<std::size_t>(size)); });
+}
 
 // Waits until a full port says that it takes more, or a write is worth a try: a terminal may make
 // room without waking those who wait for it.
@@ -155,6 +160,11 @@ const char* settings_build(termios& settings, int baudrate_bps, std::string_view
 
 int settings_read(int fd, termios& settings) {
     return uninterrupted([&] { return tcgetattr(fd, &settings); });
+}
+
+bool is_read_blocking(int fd) {
+    termios settings{};
+    return settings_read(fd, settings) == RS232_OK && settings.c_cc[VMIN] > 0;
 }
 
 int settings_apply(int fd, const termios& settings) {
@@ -240,14 +250,17 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
     return fd;
 }
 
+int RS232_ReadPending(int fd, unsigned char* buffer, int size) {
+    return static_cast<int>(std::max<ssize_t>(read_once(fd, buffer, size), 0));
+}
+
 int RS232_PollComport(int fd, unsigned char* buffer, int size) {
-    const auto read_once = [&] { return read(fd, buffer, static_cast<std::size_t>(size)); };
-    ssize_t count = uninterrupted(read_once);
-    // Only the waiting read mode answers so when nothing is there.
-    while (count < 0 && errno == EAGAIN) {
+    ssize_t count = read_once(fd, buffer, size);
+    // The same error says that another thread is reading the port, which is not waited for.
+    while (count < 0 && errno == EAGAIN && is_read_blocking(fd)) {
         std::array<pollfd, 1> port = {{{fd, POLLIN, 0}}};
         uninterrupted([&] { return poll(port.data(), port.size(), -1); });
-        count = uninterrupted(read_once);
+        count = read_once(fd, buffer, size);
     }
     return static_cast<int>(std::max<ssize_t>(count, 0));
 }
@@ -286,7 +299,7 @@ void RS232_CloseComport(int fd) {
         showDebugMsg(__LINE__, __func__, "unable to set portstatus");
     }
     // Otherwise the kernel waits up to 30 s for a module that no longer drains its input.
-    tcflush(fd, TCOFLUSH);
+    uninterrupted([&] { return tcflush(fd, TCOFLUSH); });
     port_release(fd);
 }
 

@@ -25,14 +25,17 @@ enum : int { RS232_OK = 0, RS232_REJECTED = 1, RS232_FAILED = -1 };
 // from a rejection, callers pass accepted parameters only and take 0 or less for a failure.
 int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode);
 
-// One read of at most `size` bytes. Result: bytes read, 0 if nothing was pending or the read
-// failed. In waiting mode (RS232_SetRecvBlock) it waits for the first byte.
+// One read of at most `size` bytes that never waits. Result: bytes read, 0 if nothing was pending,
+// another thread was reading, or the read failed.
+int RS232_ReadPending(int fd, unsigned char* buffer, int size);
+
+// The same, but in waiting mode (RS232_SetRecvBlock) it waits for the first byte.
 int RS232_PollComport(int fd, unsigned char* buffer, int size);
 
 // Writes `size` bytes. The descriptor does not block: when the port is full the write goes on as
-// room comes, for 100 ms in all. A cancellation of the thread waits for the end of the write, so
-// that no command is cut. Result: bytes written, fewer if the room did not come in time or the
-// port failed on the way; RS232_FAILED if nothing could be written.
+// room comes, for 100 ms in all. A cancellation of the thread and a second writer of the port wait
+// for the end of the write, so that no command is cut. Result: bytes written, fewer if the room did
+// not come in time or the port failed on the way; RS232_FAILED if nothing could be written.
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size);
 
 // Lowers DTR and RTS, discards what is not sent yet, releases the lock and closes. Never fails

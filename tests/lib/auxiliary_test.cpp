@@ -34,7 +34,7 @@ TEST(Auxiliary, RawExchangeFillsWhatWasAskedAndNoMore) {
     EXPECT_EQ(text_of(sim::ByteView(info.recv_buf).first(7)), "99 07 12 00 00 00 09");
 }
 
-TEST(Auxiliary, WaitingReadsWaitForAByteButHoldNoExchangeWithASilentModule) {
+TEST(Auxiliary, WaitingReadsWaitForAByteButHoldNoExchangeAndNoHalfReport) {
     OpenModule module;
     ASSERT_EQ(TAVUSetRecvBlock(kPort, true), TAVU_SUCCESS);
     std::array<unsigned char, 2> bytes{};
@@ -42,6 +42,9 @@ TEST(Auxiliary, WaitingReadsWaitForAByteButHoldNoExchangeWithASilentModule) {
     EXPECT_EQ(text_of(bytes), "12 34");
     module.set_fault(sim::Fault::silent);
     EXPECT_EQ(TAVUGetBLDID(kPort, bytes.data()), TAVU_FAILURE);
+    module.send_to_host(hex("E1 81 00"));
+    CAN_FRAME_INFO half{};
+    EXPECT_EQ(TAVUReceive_CANFD(kPort, &half), TAVU_NO_REPORT);
     std::jthread sender([&] { module.send_to_host(hex("5A")); });
     EXPECT_EQ(RS232_PollComport(module.node->fd, bytes.data(), 2), 1);
     EXPECT_EQ(TAVUSetRecvBlock(kPort, false), TAVU_SUCCESS);

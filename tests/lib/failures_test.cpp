@@ -173,7 +173,6 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"Signals", fails(kSignals), TAVU_SUCCESS, TAVU_SUCCESS},
         Fault{"Write", fails({{sim::Call::write, EIO, 3}}), TAVU_FAILURE, TAVU_FAILURE},
         Fault{"Read", fails({{sim::Call::read, EIO, 3}}), TAVU_FAILURE, TAVU_SUCCESS},
-        Fault{"Poll", fails({{sim::Call::poll, ENOMEM, 6}}), TAVU_FAILURE, TAVU_SUCCESS},
         Fault{"Short", fails(kShort), TAVU_SUCCESS, TAVU_SUCCESS},
         Fault{"HangUp", [](auto& module, auto) { module.unplug(); }, TAVU_FAILURE, TAVU_FAILURE}),
     [](const auto& row) { return std::string(row.param.name); });

@@ -6,6 +6,7 @@
 #include <termios.h>
 
 #include <cerrno>
+#include <thread>
 #include <tuple>
 
 namespace {
@@ -66,6 +67,21 @@ TEST_F(Rs232, RateAndModeReachTheTerminalAndStayThoughAnotherPortOpens) {
         EXPECT_EQ(found.c_cc[VMIN] | found.c_cc[VTIME], 0);
     }
     EXPECT_EQ(raised_lines(), 2);
+    RS232_CloseComport(fd);
+}
+
+TEST_F(Rs232, TwoReadersOfASilentPortDoNotWaitForEachOther) {
+    const int fd = open_or_fail();
+    {
+        const auto read_often = [&] {
+            unsigned char byte = 0;
+            for (int i = 0; i < 100'000; ++i) {
+                EXPECT_EQ(RS232_PollComport(fd, &byte, 1), 0);
+            }
+        };
+        const std::jthread first(read_often);
+        const std::jthread second(read_often);
+    }
     RS232_CloseComport(fd);
 }
 
