@@ -42,6 +42,9 @@ TEST_F(ConfigDialogs, ExportedFileIsImportedAgainUnlessItIsCut) {
 
     GtkWidget* rate = cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD];
     use(rate, "Baud 400K");
+    station().script_reply(0x37, {});
+    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file);
+    EXPECT_EQ(log_lines(), Lines{"Export CFG failed !"});
     click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file);
     EXPECT_EQ(log_lines(), Lines{"Export CFG successfully !"});
     use(rate, "Baud 1M");
