@@ -44,8 +44,8 @@ bool send(int port) {
 // Prints frames until the line has been silent for a while; returns how many came.
 int receive(int port) {
     int received = 0;
-    CAN_FRAME_INFO frame{};
     while (received < kFrames && TAVUWaitReceive(port, kSilence_ms) == TAVU_SUCCESS) {
+        CAN_FRAME_INFO frame{};  // a report sets the fields of its kind only
         if (TAVUReceive_CANFD(port, &frame) == TAVU_REPORT && frame.msg_type == TAVU_DATA_TYPE) {
             std::printf("%s CAN %d id %03X, %d bytes, first %02X\n", frame.recv_time,
                         frame.CAN_port + 1, frame.id, DecodeDLC_CANFD(frame.dlc), frame.data[0]);
