@@ -1,5 +1,6 @@
 // bench/pacing_bench.cpp - benchmark: real pacing of frame commands against the nominal delay.
-// Prints the overshoot of a plain usleep, of the library's wait and of wait and write, and the burst's rate.
+// Prints the overshoot of a plain usleep and of the library's wait, and the rate of a paced burst
+// beside that of a bare loop that polls the clock and writes.
 // SPDX-License-Identifier: MIT
 #include "lib/lib_tavu_2.h"
 #include "lib/link.h"
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::array kDelays_us{100, 200, 1050};
 constexpr int kFrames = 4000;
+constexpr std::size_t kCommandBytes = 17;
 
 double seconds(clockid_t clock) {
     timespec now{};
@@ -24,41 +26,59 @@ double seconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// Overshoots of `wait`, sorted, in microseconds.
-template <typename Wait>
-std::vector<double> overshoots_us(int delay_us, Wait wait) {
-    std::vector<double> result;
+// Of kFrames runs of one step that waits the delay and perhaps writes.
+struct Pace {
+    double median_us;  // beyond the delay
+    double late_us;    // 99th percentile of the same
+    double rate;       // steps a second
+    double processor;  // share of one core used
+};
+
+template <typename Step>
+Pace measure(int delay_us, Step step) {
+    std::vector<double> overshoot_us;
+    const double start = seconds(CLOCK_MONOTONIC);
+    const double processor_start = seconds(CLOCK_THREAD_CPUTIME_ID);
+    double before = start;
     for (int i = 0; i < kFrames; ++i) {
-        const double before = seconds(CLOCK_MONOTONIC);
-        wait();
-        result.push_back((seconds(CLOCK_MONOTONIC) - before) * 1e6 - delay_us);
+        step();
+        const double now = seconds(CLOCK_MONOTONIC);
+        overshoot_us.push_back((now - before) * 1e6 - delay_us);
+        before = now;
     }
-    std::sort(result.begin(), result.end());
-    return result;
+    const double taken = before - start;
+    const double processor = seconds(CLOCK_THREAD_CPUTIME_ID) - processor_start;
+    std::sort(overshoot_us.begin(), overshoot_us.end());
+    return {overshoot_us[kFrames / 2], overshoot_us[kFrames * 99 / 100], kFrames / taken,
+            processor / taken};
 }
 
-void print_overshoot(const char* what, const std::vector<double>& overshoot_us) {
-    std::printf("   %s median +%.1f us, 99%% +%.1f us", what, overshoot_us[kFrames / 2],
-                overshoot_us[kFrames * 99 / 100]);
+void print(const char* what, const Pace& pace) {
+    std::printf("    %-22s median +%6.1f us, 99 %% +%7.1f us, %6.0f /s, processor %3.0f %%\n", what,
+                pace.median_us, pace.late_us, pace.rate, 100 * pace.processor);
 }
 
-void measure(const bench::WirePair& wire, int delay_us) {
-    tavu::send_delay[TAVU_CAN_1] = delay_us;
+void compare(const bench::WirePair& wire, int delay_us) {
     CAN_FRAME_INFO frame{};
     frame.id_type = TAVU_SID;
     frame.dlc = 8;
-    std::printf("%5d us", delay_us);
-    print_overshoot("usleep:",
-                    overshoots_us(delay_us, [&] { usleep(static_cast<useconds_t>(delay_us)); }));
-    print_overshoot("wait:", overshoots_us(delay_us, [&] { TAVUSleep(delay_us); }));
-    const double start = seconds(CLOCK_MONOTONIC);
-    const double processor_start = seconds(CLOCK_THREAD_CPUTIME_ID);
-    print_overshoot("wait and write:",
-                    overshoots_us(delay_us, [&] { TAVUSend(wire.port(), frame); }));
-    const double taken = seconds(CLOCK_MONOTONIC) - start;
-    const double processor = seconds(CLOCK_THREAD_CPUTIME_ID) - processor_start;
-    std::printf("\n            burst: %.0f frames/s, ratio to nominal %.3f, processor %.0f %%\n",
-                kFrames / taken, kFrames * delay_us * 1e-6 / taken, 100 * processor / taken);
+    tavu::send_delay[TAVU_CAN_1] = delay_us;
+    const std::array<unsigned char, kCommandBytes> command{};
+    const auto bare_step = [&] {
+        const double end = seconds(CLOCK_MONOTONIC) + delay_us * 1e-6;
+        while (seconds(CLOCK_MONOTONIC) < end) {
+        }
+        return write(wire.slave(), command.data(), command.size());
+    };
+    std::printf("%d us\n", delay_us);
+    print("usleep", measure(delay_us, [&] { return usleep(static_cast<useconds_t>(delay_us)); }));
+    print("wait", measure(delay_us, [&] { TAVUSleep(delay_us); }));
+    const Pace bare = measure(delay_us, bare_step);
+    print("bare wait and write", bare);
+    const Pace burst = measure(delay_us, [&] { return TAVUSend(wire.port(), frame); });
+    print("burst", burst);
+    std::printf("    ratio of the burst to the nominal rate %.3f, to the bare loop %.3f\n",
+                burst.rate * delay_us * 1e-6, burst.rate / bare.rate);
 }
 
 }  // namespace
@@ -66,8 +86,8 @@ void measure(const bench::WirePair& wire, int delay_us) {
 int main() {
     bench::WirePair wire;
     wire.drain();
-    std::printf("Overshoot beyond the nominal delay, and the frame rate of a paced burst:\n");
+    std::printf("Time beyond the nominal delay, and steps a second, %d steps each:\n", kFrames);
     for (const int delay_us : kDelays_us) {
-        measure(wire, delay_us);
+        compare(wire, delay_us);
     }
 }

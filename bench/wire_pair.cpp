@@ -29,7 +29,7 @@ int open_slave(int master) {
     if (ptsname_r(master, name.data(), name.size()) != 0) {
         return -1;
     }
-    const int slave = open(name.data(), O_RDWR | O_NOCTTY);
+    const int slave = open(name.data(), O_RDWR | O_NOCTTY | O_NONBLOCK);
     termios settings{};
     if (slave < 0 || tcgetattr(slave, &settings) != 0) {
         return -1;
