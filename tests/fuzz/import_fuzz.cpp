@@ -14,17 +14,14 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const int port = fuzz::open_port();
     const int file = memfd_create("import", 0);
-    if (file < 0 || write(file, data, size) != static_cast<ssize_t>(size)) {
-        fuzz::finding("the input could not be stored");
-    }
+    fuzz::demand(write(file, data, size) == static_cast<ssize_t>(size), "the input is stored");
     std::array<char, 32> path{};
     snprintf(path.data(), path.size(), "/proc/self/fd/%d", file);
     fuzz::feed({});
     const int result = TAVUImpCfg(port, path.data());
     close(file);
     constexpr std::size_t kFileLength_bytes = 92;
-    if (size < kFileLength_bytes && (result == 0 || fuzz::bytes_written() != 0)) {
-        fuzz::finding("a short file was sent to the module");
-    }
+    fuzz::demand(size >= kFileLength_bytes || (result != 0 && fuzz::bytes_written() == 0),
+                 "a short file sends nothing and fails");
     return 0;
 }

@@ -5,7 +5,10 @@
 
 #include "tests/fuzz/wire.h"
 
+#include <algorithm>
 #include <array>
+#include <functional>
+#include <iterator>
 #include <string.h>
 
 namespace {
@@ -15,23 +18,16 @@ bool within(int value, int low, int high) {
 }
 
 void check(const CAN_FRAME_INFO& frame) {
-    const bool is_fields_ok = within(frame.msg_type, TAVU_DATA_TYPE, TAVU_BUSERR_PSR_TYPE) &&
-                              within(frame.CAN_port, -1, 2) && within(frame.id_type, 0, TAVU_EID) &&
-                              within(frame.rtr, 0, 1) && within(frame.dlc, 0, 15) &&
-                              within(frame.brs, 0, 1) && within(frame.esi, 0, 1) &&
-                              within(frame.fdf, 0, 1);
-    if (!is_fields_ok) {
-        fuzz::finding("a field is outside its range");
-    }
-    if (strnlen(frame.recv_time, sizeof frame.recv_time) != sizeof frame.recv_time - 1) {
-        fuzz::finding("the time text is not whole");
-    }
+    fuzz::demand(within(frame.msg_type, TAVU_DATA_TYPE, TAVU_BUSERR_PSR_TYPE) &&
+                     within(frame.CAN_port, -1, 2) && within(frame.id_type, 0, TAVU_EID) &&
+                     within(frame.rtr, 0, 1) && within(frame.dlc, 0, 15) &&
+                     within(frame.brs, 0, 1) && within(frame.esi, 0, 1) && within(frame.fdf, 0, 1),
+                 "every field is within its range");
+    fuzz::demand(strnlen(frame.recv_time, sizeof frame.recv_time) == sizeof frame.recv_time - 1,
+                 "the time text is whole");
     const int payload = frame.fdf != 0 ? DecodeDLC_CANFD(frame.dlc) : 8;
-    for (std::size_t i = static_cast<std::size_t>(payload); i < sizeof frame.data; ++i) {
-        if (frame.data[i] != 0) {
-            fuzz::finding("bytes behind the payload were written");
-        }
-    }
+    fuzz::demand(std::all_of(frame.data + payload, std::end(frame.data), std::logical_not()),
+                 "nothing is written behind the payload");
 }
 
 using Receive = int (*)(int, CAN_FRAME_INFO*);
@@ -49,15 +45,11 @@ void receive_batch(int port) {
     std::array<CAN_FRAME_INFO, 8> frames{};
     NON_BLOCK_INFO batch{.cnt = frames.size(), .interval = 0, .can_frame_info = frames.data()};
     const int count = TAVUReceiveNonblock(port, &batch);
-    if (!within(count, 0, static_cast<int>(frames.size()))) {
-        fuzz::finding("the batch counts more records than it has room for");
-    }
-    for (int i = 0; i < count; ++i) {
-        check(frames[static_cast<std::size_t>(i)]);
-    }
+    fuzz::demand(within(count, 0, static_cast<int>(frames.size())),
+                 "a batch has room for its records");
+    std::for_each_n(frames.begin(), count, check);
 }
 
-// Wrong arguments give no record, whatever waits to be read.
 void receive_wrongly(int port) {
     constexpr int kClosedPort = 0;
     CAN_FRAME_INFO frame{};
@@ -65,14 +57,11 @@ void receive_wrongly(int port) {
     NON_BLOCK_INFO closed{.cnt = 1, .interval = 0, .can_frame_info = &frame};
     TAVUCancelReceive(kClosedPort);
     TAVUGetLoss(nullptr);
-    const bool is_any = TAVUReceive_CANFD(kClosedPort, &frame) != TAVU_NO_REPORT ||
-                        TAVUReceive(port, nullptr) != TAVU_NO_REPORT ||
-                        TAVUReceiveNonblock(port, &no_room) != 0 ||
-                        TAVUReceiveNonblock(kClosedPort, &closed) != 0 ||
-                        TAVUWaitReceive(kClosedPort, 0) == TAVU_SUCCESS;
-    if (is_any) {
-        fuzz::finding("a record from wrong arguments");
-    }
+    const int reports = TAVUReceive_CANFD(kClosedPort, &frame) + TAVUReceive(port, nullptr) +
+                        TAVUReceiveNonblock(port, &no_room) +
+                        TAVUReceiveNonblock(kClosedPort, &closed);
+    fuzz::demand(reports == 0 && TAVUWaitReceive(kClosedPort, 0) == TAVU_FAILURE,
+                 "wrong arguments give no record, whatever waits to be read");
 }
 
 // What the second byte asks for: range filter of CAN 1 on, a cancelled batch, a cancelled wait.

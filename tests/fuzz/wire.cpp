@@ -59,9 +59,11 @@ std::size_t bytes_written() {
     return g_written;
 }
 
-void finding(const char* what) {
-    fprintf(stderr, "finding: %s\n", what);
-    abort();
+void demand(bool is_so, const char* what) {
+    if (!is_so) {
+        fprintf(stderr, "does not hold: %s\n", what);
+        abort();
+    }
 }
 
 }  // namespace fuzz

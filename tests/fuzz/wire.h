@@ -21,8 +21,8 @@ std::size_t bytes_left();
 // Bytes that the library has written since the last feed.
 std::size_t bytes_written();
 
-// Reports `what` and aborts, so that the input is kept.
-[[noreturn]] void finding(const char* what);
+// Unless `is_so`, reports that `what` does not hold and aborts, so that the input is kept.
+void demand(bool is_so, const char* what);
 
 }  // namespace fuzz
 
