@@ -339,14 +339,13 @@ int TAVUReceiveNonblock(int com_port, NON_BLOCK_INFO* info) {
     const std::clock_t end = std::clock() + static_cast<std::clock_t>(info->interval) * kTicksPerMs;
     COM_NODE* node = chk_is_legal_com(com_port);
     std::uint32_t count = 0;
+    bool is_cancelled = false;
     do {
         if (TAVUReceive_CANFD(com_port, &info->can_frame_info[count]) == TAVU_REPORT) {
             ++count;
         }
-        if (node != nullptr && batch_is_cancelled(*node)) {
-            break;
-        }
-    } while (std::clock() <= end && count != info->cnt);
+        is_cancelled = node != nullptr && batch_is_cancelled(*node);
+    } while (!is_cancelled && std::clock() <= end && count != info->cnt);
     return static_cast<int>(count);
 }
 
