@@ -81,8 +81,9 @@ void WirePair::stream(std::vector<std::uint8_t> block) {
     });
 }
 
-void WirePair::drain() {
-    run([this, buffer = std::vector<std::uint8_t>(65536)]() mutable {
+void WirePair::drain(std::chrono::microseconds interval) {
+    run([this, interval, buffer = std::vector<std::uint8_t>(65536)]() mutable {
+        std::this_thread::sleep_for(interval);
         return !wait_for(master_, POLLIN) || read(master_, buffer.data(), buffer.size()) >= 0;
     });
 }

@@ -5,6 +5,7 @@
 #define BENCH_WIRE_PAIR_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <thread>
@@ -24,8 +25,9 @@ class WirePair {
 
     // Writes `block` to the host again and again, as fast as the pty takes it, until stop().
     void stream(std::vector<std::uint8_t> block);
-    // Reads and drops whatever the host writes until stop().
-    void drain();
+    // Reads and drops whatever the host writes until stop(): as soon as it comes, or at that
+    // interval, as a USB host controller fetches it.
+    void drain(std::chrono::microseconds interval = {});
     void stop();
 
   private:
