@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 // A sleep with the least timer slack overshoots by about 27 us, seldom by more than this; the rest
 // of a wait is spent polling the clock.
-constexpr auto kPolledEnd = 60us;
+constexpr auto kPolledEnd = 40us;
 constexpr unsigned long kLeastSlack_ns = 1;
 
 constexpr int kFrameBytes = 17;
