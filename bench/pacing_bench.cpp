@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <iterator>
 
 #include "bench/wire_pair.h"
 
@@ -24,6 +26,13 @@ double seconds(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+void require(bool is_written) {
+    if (!is_written) {
+        std::fputs("a frame command was not written\n", stderr);
+        std::exit(EXIT_FAILURE);
+    }
 }
 
 // Of kFrames runs of one step that waits the delay and perhaps writes.
@@ -68,14 +77,15 @@ void compare(const bench::WirePair& wire, int delay_us) {
         const double end = seconds(CLOCK_MONOTONIC) + delay_us * 1e-6;
         while (seconds(CLOCK_MONOTONIC) < end) {
         }
-        return write(wire.slave(), command.data(), command.size());
+        require(write(wire.slave(), command.data(), command.size()) == std::ssize(command));
     };
     std::printf("%d us\n", delay_us);
     print("usleep", measure(delay_us, [&] { return usleep(static_cast<useconds_t>(delay_us)); }));
     print("wait", measure(delay_us, [&] { TAVUSleep(delay_us); }));
     const Pace bare = measure(delay_us, bare_step);
     print("bare wait and write", bare);
-    const Pace burst = measure(delay_us, [&] { return TAVUSend(wire.port(), frame); });
+    const Pace burst =
+        measure(delay_us, [&] { require(TAVUSend(wire.port(), frame) == TAVU_SUCCESS); });
     print("burst", burst);
     std::printf("    ratio of the burst to the nominal rate %.3f, to the bare loop %.3f\n",
                 burst.rate * delay_us * 1e-6, burst.rate / bare.rate);
