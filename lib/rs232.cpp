@@ -1,5 +1,5 @@
 // lib/rs232.cpp - library: opens, locks, reads and writes a serial character device.
-// Uses POSIX only. Knows nothing of the module's protocol; keeps no state.
+// Uses POSIX only. Knows nothing of the module's protocol; keeps no state but the writers' turns.
 // Thread: any.
 // SPDX-License-Identifier: MIT
 #include "lib/rs232.h"
@@ -270,9 +270,8 @@ int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
     const std::lock_guard turn(write_turns[static_cast<std::size_t>(fd) % write_turns.size()]);
     const auto end = Clock::now() + kRoomWait;
     int done = 0;
-    ssize_t written = 0;
     for (;;) {
-        written = uninterrupted(
+        const ssize_t written = uninterrupted(
             [&] { return write(fd, bytes + done, static_cast<std::size_t>(size - done)); });
         if (written < 0 && errno != EAGAIN) {
             break;
@@ -285,7 +284,7 @@ int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
         }
         await_room(fd);
     }
-    return written < 0 && done == 0 ? RS232_FAILED : done;
+    return done == 0 && size > 0 ? RS232_FAILED : done;
 }
 
 void RS232_CloseComport(int fd) {
