@@ -34,6 +34,7 @@ void click_and_answer(int button, gint response, const fs::path& path = {}) {
 TEST_F(ConfigDialogs, ExportedFileIsImportedAgainUnlessItIsCut) {
     const fs::path folder = owned(g_dir_make_tmp("tavu-XXXXXX", nullptr));
     const fs::path file = folder / "tavu.cfg";
+    const fs::path interface_files = fs::current_path();
     fs::current_path(folder);
     use(cd_info.btn_cnnt);
     click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_CANCEL);
@@ -55,5 +56,6 @@ TEST_F(ConfigDialogs, ExportedFileIsImportedAgainUnlessItIsCut) {
     fs::resize_file(file, fs::file_size(file) - 1);
     click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
     EXPECT_EQ(log_lines(), Lines{"Import CFG failed !"});
+    fs::current_path(interface_files);
     fs::remove_all(folder);
 }

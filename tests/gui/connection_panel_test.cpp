@@ -7,8 +7,16 @@
 #include "tests/gui/ui_fixture.h"
 
 #include <set>
+#include <utility>
 
 using ConnectionPanel = UiTest;
+
+TEST_F(ConnectionPanel, PortNamesFollowTheLibrarysOrder) {
+    for (const auto& [port, name] :
+         {std::pair{0, "ttyS0"}, {21, "ttyUSB5"}, {39, "ttyACM15"}, {67, "serusb15"}, {68, ""}}) {
+        EXPECT_EQ(port_display_name(port), name) << port;
+    }
+}
 
 TEST_F(ConnectionPanel, EnablingRuleHoldsInEveryState) {
     const CAN_INFO& can = cs_info.can[CAN_2];

@@ -5,6 +5,7 @@
 #include "tests/gui/ui_fixture.h"
 
 #include <numeric>
+#include <utility>
 
 using SendPanel = UiTest;
 
@@ -69,8 +70,9 @@ TEST_F(SendPanel, SendPutsThePanelsFramesOnTheWireAndStopEndsThem) {
     use(ss_info.btn_send);
     ASSERT_TRUE(run_until([] { return sent(0xE0).size() > 3; }));
     use(ss_info.btn_stop);  // returns once the worker has ended
-    std::size_t before = 0;
-    EXPECT_TRUE(run_until(
-        [&] { return std::exchange(before, sent(0xE0).size()) == before && send_queue_empty(); }));
+    EXPECT_TRUE(run_until([before = std::size_t{0}]() mutable {
+        const std::size_t last = std::exchange(before, sent(0xE0).size());
+        return last == before && send_queue_empty();
+    }));
     EXPECT_EQ(sent(0xE0).back(), sent(0xE0).front());
 }

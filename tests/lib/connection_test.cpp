@@ -81,6 +81,19 @@ TEST(Connection, StartStopsWhatRunsAndDerivesThePacingFirst) {
     EXPECT_EQ(tavu::send_delay[0], 21000) << "an unreadable bit rate keeps the delay";
 }
 
+TEST(Connection, PacingIsAboutAFrameAtEveryBitRate) {
+    OpenModule module;
+    constexpr std::array kDelays_us = {21000, 10500, 5250, 2100, 1050, 850, 400,
+                                       200,   150,   100,  250,  1050, 1050};
+    for (std::uint8_t code = 0; code < kDelays_us.size(); ++code) {
+        sim::ModuleState state;
+        state.config[code % 2 == 0 ? 0 : 11] = code;
+        module.set_state(state);
+        tavu::fine_tune_send_delay(kPort);
+        EXPECT_EQ(tavu::send_delay[code % 2], kDelays_us[code]);
+    }
+}
+
 TEST(Connection, AnswersAreTakenFromTheirPlaces) {
     OpenModule module;
     VER_INFO version{.fw = "old", .api = "", .model = "old"};

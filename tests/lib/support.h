@@ -63,6 +63,7 @@ struct OpenModule : Module {
         if (node == nullptr) {
             throw std::runtime_error("port does not open");
         }
+        tavu::send_delay[0] = tavu::send_delay[1] = 100;
     }
     ~OpenModule() { tavu::port_drop(node); }
 
