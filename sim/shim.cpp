@@ -168,24 +168,27 @@ int poll_through(const pollfd* fds, nfds_t count, Real real) {
     return real();
 }
 
-// Ptys have no modem lines: the table keeps them. None for any other request.
-std::optional<int> modem_request(PortSlot& port, unsigned long request, void* argument) {
-    if (request == TIOCMGET) {
-        *static_cast<int*>(argument) = static_cast<int>(port.lines.load());
-        return 0;
+bool is_modem_request(unsigned long request) {
+    return request == TIOCMGET || request == TIOCMSET || request == TIOCMBIS || request == TIOCMBIC;
+}
+
+// Ptys have no modem lines: the table keeps them.
+void modem_request(PortSlot& port, unsigned long request, int& lines) {
+    const std::uint32_t bits = static_cast<std::uint32_t>(lines) & kLineBits;
+    switch (request) {
+        case TIOCMGET:
+            lines = static_cast<int>(port.lines.load());
+            break;
+        case TIOCMSET:
+            port.lines.store(bits);
+            break;
+        case TIOCMBIS:
+            port.lines.fetch_or(bits);
+            break;
+        default:
+            port.lines.fetch_and(~bits);
+            break;
     }
-    if (request != TIOCMSET && request != TIOCMBIS && request != TIOCMBIC) {
-        return std::nullopt;
-    }
-    const std::uint32_t bits = static_cast<std::uint32_t>(*static_cast<int*>(argument)) & kLineBits;
-    if (request == TIOCMSET) {
-        port.lines.store(bits);
-    } else if (request == TIOCMBIS) {
-        port.lines.fetch_or(bits);
-    } else {
-        port.lines.fetch_and(~bits);
-    }
-    return 0;
 }
 
 mode_t mode_argument(int flags, va_list arguments) {
@@ -304,8 +307,13 @@ int ioctl(int fd, unsigned long request, ...) __THROW {
         if (sim::fails(sim::Call::ioctl, fd)) {
             return -1;
         }
-        if (const auto answer = sim::modem_request(*port, request, argument)) {
-            return *answer;
+        if (sim::is_modem_request(request)) {
+            int unread = 0;
+            const int result = real(fd, FIONREAD, &unread);  // fails once the module is unplugged
+            if (result == 0) {
+                sim::modem_request(*port, request, *static_cast<int*>(argument));
+            }
+            return result;
         }
     }
     return real(fd, request, argument);
