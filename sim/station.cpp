@@ -296,6 +296,7 @@ void Station::Impl::plug() {
 // The module loses its power: the channels stop, what was on its way is gone, settings are kept.
 void Station::Impl::hang_up() {
     registration.port().pty = 0;
+    registration.port().lines = 0;
     link.reset();
     ModuleState unpowered = module.state();
     unpowered.running = {};
