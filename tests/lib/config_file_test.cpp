@@ -55,4 +55,5 @@ TEST_F(ConfigFile, UnusableFilesAndAnswersTouchNothing) {
     EXPECT_EQ(TAVUExpCfg(kPort, path_.c_str()), TAVU_FAILURE);
     EXPECT_EQ(std::filesystem::file_size(path_), 91U);
     EXPECT_EQ(TAVUExpCfg(kPort, testing::TempDir().c_str()), TAVU_FAILURE);
+    EXPECT_EQ(TAVUExpCfg(kPort, "/dev/full"), TAVU_SUCCESS) << "write errors are not reported";
 }
