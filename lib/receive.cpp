@@ -88,16 +88,11 @@ void time_text(const timespec& time, char (&text)[13]) {
 
 // ---- Bytes off the port ----
 
-// The first bytes of a report, for which the waiting read mode waits.
-std::size_t head_read(int fd, std::span<unsigned char> bytes) {
-    return static_cast<std::size_t>(
-        RS232_PollComport(fd, bytes.data(), static_cast<int>(bytes.size())));
-}
-
-// The bytes behind them, which either come soon or do not come.
-std::size_t more_read(int fd, std::span<unsigned char> bytes) {
-    return static_cast<std::size_t>(
-        RS232_ReadPending(fd, bytes.data(), static_cast<int>(bytes.size())));
+// One read by RS232_PollComport for the first bytes of a report, for which the waiting read mode
+// waits, or by RS232_ReadPending for those behind them, which either come soon or do not come.
+std::size_t port_read(int (*read)(int, unsigned char*, int), int fd,
+                      std::span<unsigned char> bytes) {
+    return static_cast<std::size_t>(read(fd, bytes.data(), static_cast<int>(bytes.size())));
 }
 
 // Reads on behind the `count` bytes that came first until `bytes` is full. False: nothing came for
@@ -108,7 +103,7 @@ bool rest_read(int fd, std::span<unsigned char> bytes, std::size_t count,
         if (!RS232_WaitInput(fd, gap)) {
             return false;
         }
-        const std::size_t more = more_read(fd, bytes.subspan(count));
+        const std::size_t more = port_read(RS232_ReadPending, fd, bytes.subspan(count));
         if (more == 0) {
             return false;
         }
@@ -118,7 +113,7 @@ bool rest_read(int fd, std::span<unsigned char> bytes, std::size_t count,
 }
 
 bool body_read(int fd, std::span<unsigned char> body) {
-    return rest_read(fd, body, more_read(fd, body), kBodyGap);
+    return rest_read(fd, body, port_read(RS232_ReadPending, fd, body), kBodyGap);
 }
 
 // The short EEPROM error report ends where the long one still has eight bytes to come.
@@ -293,7 +288,7 @@ int TAVUReceive_CANFD(int com_port, CAN_FRAME_INFO* info) {
     }
     Report report;
     const auto header = std::span(report).first<kHeaderBytes>();
-    const std::size_t count = head_read(node->fd, header);
+    const std::size_t count = port_read(RS232_PollComport, node->fd, header);
     if (count == 0) {
         return TAVU_NO_REPORT;
     }
@@ -320,7 +315,7 @@ int TAVUReceive(int com_port, CAN_FRAME_INFO* info) {
     }
     Report report;
     const auto bytes = std::span(report).first<kFixedBytes>();
-    const std::size_t count = head_read(node->fd, bytes);
+    const std::size_t count = port_read(RS232_PollComport, node->fd, bytes);
     if (count == 0) {
         return TAVU_NO_REPORT;
     }

@@ -40,6 +40,7 @@ using Clock = std::chrono::steady_clock;
 
 // A module that drains its input at all makes room within a few milliseconds.
 constexpr std::chrono::milliseconds kRoomWait{100};
+// A terminal may make room without waking those who wait for it, so a write is tried after this time.
 constexpr std::chrono::milliseconds kRoomTry{5};
 
 struct Speed {
@@ -89,11 +90,9 @@ ssize_t read_once(int fd, unsigned char* buffer, int size) {
     return uninterrupted([&] { return read(fd, buffer, static_cast<std::size_t>(size)); });
 }
 
-// Waits until a full port says that it takes more, or a write is worth a try: a terminal may make
-// room without waking those who wait for it.
-void await_room(int fd) {
-    std::array<pollfd, 1> port = {{{fd, POLLOUT, 0}}};
-    RS232_PollUntil(port, Clock::now() + kRoomTry);
+bool await_event(int fd, short event, std::chrono::milliseconds timeout) {
+    std::array<pollfd, 1> port = {{{fd, event, 0}}};
+    return RS232_PollUntil(port, Clock::now() + timeout);
 }
 
 bool data_bits_set(termios& settings, char digit) {
@@ -282,7 +281,7 @@ int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
         if (done == size || Clock::now() >= end) {
             break;
         }
-        await_room(fd);
+        await_event(fd, POLLOUT, kRoomTry);
     }
     return done == 0 && size > 0 ? RS232_FAILED : done;
 }
@@ -325,8 +324,7 @@ bool RS232_PollUntil(std::span<pollfd> fds, std::chrono::steady_clock::time_poin
 }
 
 bool RS232_WaitInput(int fd, std::chrono::milliseconds timeout) {
-    std::array<pollfd, 1> port = {{{fd, POLLIN, 0}}};
-    return RS232_PollUntil(port, Clock::now() + timeout);
+    return await_event(fd, POLLIN, timeout);
 }
 
 int RS232_InputCount(int fd) {
