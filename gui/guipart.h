@@ -254,7 +254,7 @@ extern unsigned char g_data[kPayloadMax];
 // Builds the whole user interface, searches the ports and shows the main window. Ends the process
 // with status 1 when an interface file cannot be loaded from the working directory.
 void start_up(int* argc, char*** argv);
-// Frees the windows record; the widgets went with the main window. After the main loop has returned.
+// Frees the windows record, after the main loop; the widgets went with the main window.
 void shut_down();
 
 // The steps of start_up, in this order, each once. load_UI does not return when a file fails.

@@ -226,8 +226,7 @@ typedef struct {
     int send_len;                /* bytes of send_buf to send, 0 to 256 */
     int recv_len;                /* bytes to read at most, 0 to 256; 0: no answer is read */
     unsigned char send_buf[256]; /* whole frame with checksum and closing bytes */
-    unsigned char
-        recv_buf[256]; /* answer; of its first recv_len bytes those that did not come are 0 */
+    unsigned char recv_buf[256]; /* answer; of recv_len bytes those that did not come are 0 */
 } TEST_INFO;
 
 /* Time stamp taken by the module. */

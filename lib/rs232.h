@@ -33,9 +33,9 @@ int RS232_ReadPending(int fd, unsigned char* buffer, int size);
 int RS232_PollComport(int fd, unsigned char* buffer, int size);
 
 // Writes `size` bytes. The descriptor does not block: when the port is full the write goes on as
-// room comes, for about 100 ms in all. A cancellation of the thread and a second writer of the port wait
-// for the end of the write, so that no command is cut. Result: bytes written, fewer if the room did
-// not come in time or the port failed on the way; RS232_FAILED if nothing could be written.
+// room comes, for about 100 ms in all. A cancellation of the thread and a second writer of the port
+// wait for the end of the write, so that no command is cut. Result: bytes written, fewer if the room
+// did not come in time or the port failed on the way; RS232_FAILED if nothing could be written.
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size);
 
 // Lowers DTR and RTS, discards what is not sent yet, releases the lock and closes. Never fails

@@ -32,8 +32,9 @@ void report_append(sim::Bytes& stream, unsigned int number) {
     stream.insert(stream.end(), tail, 0xE1);  // looks like a header when parsing slips
 }
 
-// A sender that stops for 2 ms inside a header or 20 ms inside a body ends that report: an attempt in which this
-// machine held the sender up for nearly as long proves nothing about the receiver, and is repeated.
+// A sender that stops for 2 ms inside a header or 20 ms inside a body ends that report: an attempt
+// in which this machine held the sender up for nearly as long proves nothing about the receiver,
+// and is repeated.
 constexpr std::chrono::milliseconds kHeldUp{1};
 constexpr int kAttempts = 40;
 
