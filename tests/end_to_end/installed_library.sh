@@ -22,7 +22,7 @@ gcc -std=c99 -Wall -Wextra -Wpedantic -Werror "$source/examples/list_modules.c" 
 # shellcheck disable=SC2086
 g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror "$source/examples/send_receive.cpp" $flags -o "$scratch/send_receive"
 
-cmake -S "$source/examples" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -G Ninja -S "$source/examples" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$scratch/cmake" >/dev/null
 
 sim=$prefix/bin/tavu-sim
