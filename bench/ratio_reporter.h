@@ -22,14 +22,15 @@ class RatioReporter : public benchmark::ConsoleReporter {
             const auto counter = run.counters.find("items_per_second");
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             if (median && counter != run.counters.end()) {
-                medians_.emplace_back(run.run_name.function_name, counter->second.value);
+                medians_.emplace_back(run.run_name.function_name,
+                                      Figure{counter->second.value, run.GetAdjustedCPUTime()});
             }
         }
     }
 
-    // Prints "name: figure/s, ratio to the bare loop".
+    // Prints "name: figure/s, ratio to the bare loop", by the clock and by processor time.
     void print_ratios() const {
-        std::map<std::string, double> bare;
+        std::map<std::string, Figure> bare;
         for (const auto& [name, figure] : medians_) {
             if (name.rfind("bare/", 0) == 0) {
                 bare[name.substr(5)] = figure;
@@ -38,14 +39,21 @@ class RatioReporter : public benchmark::ConsoleReporter {
         for (const auto& [name, figure] : medians_) {
             const auto yardstick = bare.find(name.substr(name.find('/') + 1));
             if (name.rfind("bare/", 0) != 0 && yardstick != bare.end()) {
-                std::printf("%-32s %9.0f /s   bare %9.0f /s   ratio %.2f\n", name.c_str(), figure,
-                            yardstick->second, figure / yardstick->second);
+                std::printf(
+                    "%-42s %9.0f /s   bare %9.0f /s   ratio %5.2f, by processor time %5.2f\n",
+                    name.c_str(), figure.per_second, yardstick->second.per_second,
+                    figure.per_second / yardstick->second.per_second,
+                    yardstick->second.processor_time / figure.processor_time);
             }
         }
     }
 
   private:
-    std::vector<std::pair<std::string, double>> medians_;
+    struct Figure {
+        double per_second;
+        double processor_time;  // of one item, in the unit of the run
+    };
+    std::vector<std::pair<std::string, Figure>> medians_;
 };
 
 // Runs all registered benchmarks and prints the ratios.

@@ -5,7 +5,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <numeric>
 
 #include "bench/ratio_reporter.h"
 #include "bench/wire_pair.h"
@@ -25,13 +27,21 @@ constexpr std::array kKinds{
     ReportKind{"CAN FD 64 bytes (F1)", {0xF1, 0xF1, 0x05}, 82},
     ReportKind{"protocol status (99 04)", {0x99, 0x04, 0x00}, 17},
 };
-constexpr std::size_t kReportsPerBlock = 512;
+// Written at once: about what a pty takes in one go, so that the feeder outruns the reader.
+constexpr std::size_t kBlockBytes = 10'000;
 
 std::vector<std::uint8_t> block_of(const ReportKind& kind) {
     std::vector<std::uint8_t> block;
-    for (std::size_t i = 0; i < kReportsPerBlock; ++i) {
+    while (block.size() < kBlockBytes) {
+        const std::size_t start = block.size();
         block.insert(block.end(), kind.header.begin(), kind.header.end());
-        block.resize((i + 1) * kind.length, 0x01);
+        block.resize(start + kind.length, 0x01);
+        const auto sum = std::accumulate(block.begin() + static_cast<std::ptrdiff_t>(start),
+                                         block.end() - 3, 0U);
+        std::copy_n(
+            std::array{static_cast<std::uint8_t>(sum), std::uint8_t{0x0D}, std::uint8_t{0x0A}}
+                .begin(),
+            3, block.end() - 3);
     }
     return block;
 }

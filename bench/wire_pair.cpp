@@ -73,9 +73,12 @@ int WirePair::port() const {
 
 void WirePair::stream(std::vector<std::uint8_t> block) {
     run([this, block = std::move(block), at = std::size_t{0}]() mutable {
-        if (wait_for(master_, POLLOUT)) {
-            const ssize_t written = write(master_, block.data() + at, block.size() - at);
-            at = written > 0 ? (at + static_cast<std::size_t>(written)) % block.size() : at;
+        const ssize_t written = write(master_, block.data() + at, block.size() - at);
+        if (written > 0) {
+            at = (at + static_cast<std::size_t>(written)) % block.size();
+        } else {
+            wait_for(master_,
+                     POLLOUT);  // asked only when full: the feeder has to outrun the reader
         }
         return true;
     });

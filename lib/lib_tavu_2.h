@@ -436,16 +436,23 @@ TAVU_API int TAVUSend_CANFD(int com_port, CAN_FRAME_INFO info);
 
 /*
  * Takes one report of any kind off the port. TAVU_NO_REPORT: nothing pending (at once, except in
- * waiting read mode), a header that is incomplete after 2 ms or unknown, a body that stopped for
- * 20 ms, an empty bus-error report, a frame that the range filter removed (the record is all zero
- * then, untouched otherwise), or the caller's mistake. Clear the record before each call: only the
- * fields of the kind are set.
+ * waiting read mode), a header that is unknown (3 bytes are dropped) or incomplete after 2 ms, a
+ * body that stopped for 20 ms, an empty bus-error report, a frame that the range filter removed (the
+ * record is all zero then, untouched otherwise), or the caller's mistake. Clear the record before
+ * each call: only the fields of the kind are set.
+ *
+ * Input is read in bulk into a buffer of the port and handed out from there; an exchange discards
+ * that too. A report that stopped arriving is not lost: its bytes are kept, and when more come, a
+ * later call believes the report thus completed if it ends in CR LF, or drops the part and goes on
+ * behind it. After such a drop, two unknown headers in a row, or a report that does not close as
+ * the others of this port did and has no report behind it or a whole one inside it, the next whole
+ * report is sought. A single report is believed whatever its closing bytes are.
  */
 TAVU_API int TAVUReceive_CANFD(int com_port, CAN_FRAME_INFO* info);
 
 /*
- * The same for modules that send 17-byte reports only: takes 17 bytes at once, within 20 ms of the
- * first, and drops all of them when they begin with no such report.
+ * The same for modules that send 17-byte reports only: takes 17 bytes at once, no pause between
+ * them longer than 20 ms, and drops all of them when they begin with no such report.
  */
 TAVU_API int TAVUReceive(int com_port, CAN_FRAME_INFO* info);
 
@@ -463,7 +470,7 @@ TAVU_API int DecodeDLC_CANFD(int code);
 /* ---- Extensions ---- */
 
 /*
- * Waits until the port has input, `timeout_ms` is over (0 or less: does not wait) or the wait is
+ * Waits until the port has input that was not taken yet, `timeout_ms` is over (0 or less: does not wait) or the wait is
  * cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at once). On a port that
  * hung up the time is waited out, so that its caller does not spin.
  */
@@ -482,12 +489,17 @@ TAVU_API void TAVUCancelReceive(int com_port);
  */
 TAVU_API void TAVUSleep(int microseconds);
 
-/* Bytes that reception could not use, counted for the process; all ports and threads together. */
+/*
+ * What arrived and reception could not use, counted for the process; all ports and threads together.
+ * A report is counted when it is given up: see TAVUReceive_CANFD.
+ */
 typedef struct {
-    uint64_t header_short;    /* reports whose first 3 bytes did not all arrive within 2 ms */
+    uint64_t header_short;    /* reports of which at most 2 bytes came and then no rest */
     uint64_t header_unknown;  /* headers of no report that the call knows, among them CAN FD reports
                                  without the FDF flag; each costs the bytes read with it */
-    uint64_t body_incomplete; /* reports that stopped arriving for 20 ms before their end */
+    uint64_t body_incomplete; /* reports with bytes missing or too many */
+    uint64_t passed_over;     /* bytes passed over in search of the next report */
+    uint64_t discarded;       /* bytes that had arrived unread when an exchange began */
 } TAVU_LOSS_INFO;
 
 /* Copies the counters out. A null pointer is ignored. Each counter is exact by itself. */

@@ -17,6 +17,7 @@ namespace tavu {
 COM_NODE* first = nullptr;
 COM_NODE* previous = nullptr;
 COM_NODE* last = nullptr;
+Loss loss;
 
 namespace {
 
@@ -74,6 +75,13 @@ void delete_com_node(int com_port) {
     }
 }
 
+void input_discard(COM_NODE& node) {
+    loss_add(loss.discarded, static_cast<std::uint64_t>(RS232_InputCount(node.fd)));
+    RS232_flushRX(node.fd);
+    // Released, so that a receiver which sees it reads nothing that was there before.
+    std::atomic_ref(node.discards).fetch_add(1, std::memory_order_release);
+}
+
 void chk_sum_end_byte(unsigned char* frame, int length) {
     unsigned char* end = frame + length - 3;
     end[0] = std::accumulate(frame, end, static_cast<unsigned char>(0), [](int sum, int byte) {
@@ -85,7 +93,7 @@ void chk_sum_end_byte(unsigned char* frame, int length) {
 
 int cmd_process(int com_port, int frame_len, int reply_len, const unsigned char* frame,
                 unsigned char* reply) {
-    const COM_NODE* node = chk_is_legal_com(com_port);
+    COM_NODE* node = chk_is_legal_com(com_port);
     if (node == nullptr) {
         return TAVU_FAILURE;
     }
@@ -93,7 +101,7 @@ int cmd_process(int com_port, int frame_len, int reply_len, const unsigned char*
     if (is_answered) {
         std::fill_n(reply, reply_len, static_cast<unsigned char>(0));
     }
-    RS232_flushRX(node->fd);
+    input_discard(*node);
     if (RS232_SendBuf(node->fd, frame, frame_len) == RS232_FAILED) {
         return TAVU_FAILURE;
     }

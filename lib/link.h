@@ -6,6 +6,7 @@
 #define LIB_LINK_H
 
 #include "lib/lib_tavu_2.h"
+#include "lib/report_input.h"
 
 #include <array>
 #include <atomic>
@@ -47,6 +48,23 @@ inline constexpr PlainFrame get_vcom_cmd = {0x4D, 0x4D, 0x0D, 0x0A};
 inline constexpr FilterFrame clr_filt_0_cmd = {0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x31, 0x0D, 0x0A};
 inline constexpr FilterFrame clr_filt_1_cmd = {0x32, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x32, 0x0D, 0x0A};
 
+// ---- Losses ----
+
+// Counters of TAVU_LOSS_INFO; written by receivers and exchanges, read by anyone. Relaxed: they
+// order nothing.
+struct Loss {
+    std::atomic<std::uint64_t> header_short;
+    std::atomic<std::uint64_t> header_unknown;
+    std::atomic<std::uint64_t> body_incomplete;
+    std::atomic<std::uint64_t> passed_over;
+    std::atomic<std::uint64_t> discarded;
+};
+extern Loss loss;
+
+inline void loss_add(std::atomic<std::uint64_t>& counter, std::uint64_t count = 1) {
+    counter.fetch_add(count, std::memory_order_relaxed);
+}
+
 // ---- Open ports ----
 
 // One open port. `range_filter` is shared by the receiving thread and the range-filter calls under
@@ -60,6 +78,9 @@ struct COM_NODE {
     bool cancel_hint = false;  // set after the eventfd, so that a batch tests no descriptor;
                                // written by any thread, read by the receiver, as std::atomic_ref
     std::array<RANGE_FILTER_INFO, TAVU_CHANNEL_CNT> range_filter{};
+    std::uint32_t discards = 0;  // times that an exchange discarded input; written by its thread,
+                                 // read by the receiver, as std::atomic_ref
+    ReportInput input{};         // the receiver's own
     COM_NODE* next = nullptr;
 };
 
@@ -75,6 +96,9 @@ COM_NODE* chk_is_legal_com(int com_port);
 void delete_com_node(int com_port);
 
 // ---- Frames and the exchange ----
+
+// Discards and counts what has arrived. The receiver's buffer is emptied by its next call.
+void input_discard(COM_NODE& node);
 
 // Fills the last three of `length` bytes (4 or more): sum of the others modulo 256, CR, LF.
 void chk_sum_end_byte(unsigned char* frame, int length);

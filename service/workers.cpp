@@ -14,13 +14,11 @@
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <optional>
 #include <span>
 #include <thread>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 struct TRD_SEND_INFO {
@@ -45,8 +43,6 @@ pthread_t TRD_recv = 0;
 // join of the thread do), and a worker that sees it late ends one wait later.
 std::atomic<bool> g_TRD_recv_loop{false};
 
-// Reads go on without pause for this long after the last report, so that a busy bus costs no waits.
-constexpr milliseconds kSilence{2};
 // Longest wait for input, and so the longest that a stop can go unnoticed.
 constexpr int kIdleWait_ms = 10;
 // The display timer's period: a shown batch cannot be noticed much earlier.
@@ -154,15 +150,11 @@ void report_deliver(const CAN_FRAME_INFO& report) {
 }
 
 void receive_continuously(int com_port) {
-    std::optional<Clock::time_point> silent_since;
     while (reception_goes_on()) {
         CAN_FRAME_INFO report{};
         if (TAVUReceive_CANFD(com_port, &report) == TAVU_REPORT) {
             report_deliver(report);
-            silent_since.reset();
-        } else if (!silent_since) {
-            silent_since = Clock::now();
-        } else if (Clock::now() - *silent_since >= kSilence) {
+        } else {
             TAVUWaitReceive(com_port, kIdleWait_ms);
         }
     }

@@ -49,10 +49,12 @@ void feed(std::span<const std::uint8_t> input) {
     g_piece_state = input.empty() ? 1 : input.front();
     g_input = input.size() < 2 ? std::span<const std::uint8_t>() : input.subspan(2);
     g_written = 0;
+    tavu::last->input = {};
 }
 
 std::size_t bytes_left() {
-    return g_input.size();
+    const tavu::ReportInput& buffer = tavu::last->input;
+    return g_input.size() + (buffer.is_exhausted ? 0 : buffer.end - buffer.begin);
 }
 
 std::size_t bytes_written() {

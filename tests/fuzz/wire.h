@@ -16,6 +16,7 @@ int open_port();
 // What the port's reads bring from now on: `input` behind its first two bytes, the first of which
 // seeds the size of each piece and the second of which is the target's own.
 void feed(std::span<const std::uint8_t> input);
+// Of them, those that no call has taken yet and that may still give a report.
 std::size_t bytes_left();
 
 // Bytes that the library has written since the last feed.
