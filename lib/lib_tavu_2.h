@@ -67,8 +67,8 @@
  * Cancelling a thread (pthread_cancel, deferred) inside TAVUSend, TAVUSend_CANFD, TAVUSleep or
  * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. It takes effect in the
  * waits and is put off during a write, 100 ms at most (and as long again behind another writer of
- * the port), so a frame command is written whole or not at all, unless the port has room for a part
- * of it only during all that time.
+ * the port), so a frame command is written whole or not at all; if the port has room for a part of it
+ * only during all that time, the call fails and the rest goes out before the next command.
  */
 #ifndef LIB_TAVU_2_H
 #define LIB_TAVU_2_H
@@ -268,7 +268,10 @@ typedef struct {
  */
 TAVU_API int TAVUOpenDevice(int com_port);
 
-/* Stops both channels and closes the port. TAVU_FAILURE only if it was not open. */
+/*
+ * Stops both channels and closes the port; output that is still unsent gets up to 500 ms to leave.
+ * TAVU_FAILURE only if it was not open.
+ */
 TAVU_API int TAVUCloseDevice(int com_port);
 
 /*

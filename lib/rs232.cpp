@@ -1,5 +1,6 @@
 // lib/rs232.cpp - library: opens, locks, reads and writes a serial character device.
-// Uses POSIX only. Knows nothing of the module's protocol; keeps no state but the writers' turns.
+// Uses POSIX only. Knows nothing of the module's protocol; keeps no state but the writers' turns and
+// the rests of cut commands.
 // Thread: any.
 // SPDX-License-Identifier: MIT
 #include "lib/rs232.h"
@@ -42,6 +43,9 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kRoomWait{100};
 // A terminal may make room without waking those who wait for it, so a write is tried after this time.
 constexpr std::chrono::milliseconds kRoomTry{5};
+// On close: at 9600 bit/s, which a real line may run at, 480 bytes.
+constexpr std::chrono::milliseconds kLeaveWait{500};
+constexpr useconds_t kLeaveCheck_us = 1000;
 
 struct Speed {
     int bps;
@@ -81,10 +85,21 @@ class Uncancelled {
     int usual_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// One writer at a time for each descriptor, or a command could land inside another on a full port,
-// and the terminal would turn the second writer away. Only a process with more descriptors than
-// these has some that share a place; they take turns too.
-std::array<std::mutex, 1024> write_turns;
+// Writers of a descriptor take turns, or a command could land inside another on a full port, and the
+// terminal would turn the second writer away. The rest of a command that was cut goes out before
+// anything else does, or the module would take the next command for it. Only a process with more
+// descriptors than places has some that share one; they take turns too, and one has its rest kept.
+struct Outlet {
+    std::mutex turn;
+    int rest_fd = -1;
+    std::size_t rest_bytes = 0;
+    std::array<unsigned char, 256> rest{};  // the longest command
+};
+std::array<Outlet, 256> outlets;
+
+Outlet& outlet_of(int fd) {
+    return outlets[static_cast<std::size_t>(fd) % outlets.size()];
+}
 
 ssize_t read_once(int fd, unsigned char* buffer, int size) {
     return uninterrupted([&] { return read(fd, buffer, static_cast<std::size_t>(size)); });
@@ -93,6 +108,63 @@ ssize_t read_once(int fd, unsigned char* buffer, int size) {
 bool await_event(int fd, short event, std::chrono::milliseconds timeout) {
     std::array<pollfd, 1> port = {{{fd, event, 0}}};
     return RS232_PollUntil(port, Clock::now() + timeout);
+}
+
+// Writes until all is written, the time is up or the port fails. Result: bytes written.
+std::size_t bytes_write(int fd, std::span<const unsigned char> bytes, Clock::time_point end) {
+    std::size_t done = 0;
+    for (;;) {
+        const ssize_t written =
+            uninterrupted([&] { return write(fd, bytes.data() + done, bytes.size() - done); });
+        if (written < 0 && errno != EAGAIN) {
+            break;
+        }
+        done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+        // Only a full port takes less than it is given, or nothing; the rest must follow at once,
+        // as behind a blocking write, or the command would be cut.
+        if (done == bytes.size() || Clock::now() >= end) {
+            break;
+        }
+        await_event(fd, POLLOUT, kRoomTry);
+    }
+    return done;
+}
+
+// A rest that does not fit is none that a command of this library leaves.
+void rest_keep(Outlet& outlet, int fd, std::span<const unsigned char> rest) {
+    outlet.rest_fd = fd;
+    outlet.rest_bytes = rest.size() <= outlet.rest.size() ? rest.size() : 0;
+    std::copy_n(rest.begin(), outlet.rest_bytes, outlet.rest.begin());
+}
+
+// Writes what is left of a cut command. Result: whether none is left.
+bool rest_write(Outlet& outlet, int fd, Clock::time_point end) {
+    if (outlet.rest_fd != fd || outlet.rest_bytes == 0) {
+        return true;
+    }
+    const auto rest = std::span(outlet.rest).first(outlet.rest_bytes);
+    const std::size_t done = bytes_write(fd, rest, end);
+    std::copy(rest.begin() + static_cast<std::ptrdiff_t>(done), rest.end(), rest.begin());
+    outlet.rest_bytes -= done;
+    return outlet.rest_bytes == 0;
+}
+
+// Gives what was written time to leave, and discards what does not: otherwise the kernel waits up to
+// 30 s for a module that no longer drains its input.
+void output_leave(int fd) {
+    Outlet& outlet = outlet_of(fd);
+    const std::lock_guard turn(outlet.turn);
+    const auto end = Clock::now() + kLeaveWait;
+    rest_write(outlet, fd, end);
+    rest_keep(outlet, fd, {});
+    int unsent = 0;
+    while (uninterrupted([&] { return ioctl(fd, TIOCOUTQ, &unsent); }) == RS232_OK && unsent > 0) {
+        if (Clock::now() >= end) {
+            uninterrupted([&] { return tcflush(fd, TCOFLUSH); });
+            return;
+        }
+        usleep(kLeaveCheck_us);
+    }
 }
 
 bool data_bits_set(termios& settings, char digit) {
@@ -240,6 +312,7 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
         showDebugMsg(__LINE__, __func__, problem);
         return RS232_FAILED;
     }
+    rest_keep(outlet_of(fd), fd, {});  // of one that was closed without us
     problem = port_configure(fd, settings);
     if (problem != nullptr) {
         port_release(fd);
@@ -266,27 +339,22 @@ int RS232_PollComport(int fd, unsigned char* buffer, int size) {
 
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
     const Uncancelled whole_command;
-    const std::lock_guard turn(write_turns[static_cast<std::size_t>(fd) % write_turns.size()]);
+    Outlet& outlet = outlet_of(fd);
+    const std::lock_guard turn(outlet.turn);
     const auto end = Clock::now() + kRoomWait;
-    int done = 0;
-    for (;;) {
-        const ssize_t written = uninterrupted(
-            [&] { return write(fd, bytes + done, static_cast<std::size_t>(size - done)); });
-        if (written < 0 && errno != EAGAIN) {
-            break;
-        }
-        done += static_cast<int>(std::max<ssize_t>(written, 0));
-        // Only a full port takes less than it is given, or nothing; the rest must follow at once,
-        // as behind a blocking write, or the command would be cut.
-        if (done == size || Clock::now() >= end) {
-            break;
-        }
-        await_event(fd, POLLOUT, kRoomTry);
+    if (!rest_write(outlet, fd, end)) {
+        return RS232_FAILED;
     }
-    return done == 0 && size > 0 ? RS232_FAILED : done;
+    const std::span command(bytes, static_cast<std::size_t>(size));
+    const std::size_t done = bytes_write(fd, command, end);
+    if (done > 0) {
+        rest_keep(outlet, fd, command.subspan(done));
+    }
+    return done == 0 && size > 0 ? RS232_FAILED : static_cast<int>(done);
 }
 
 void RS232_CloseComport(int fd) {
+    output_leave(fd);
     int status = 0;
     if (lines_read(fd, status) != RS232_OK) {
         showDebugMsg(__LINE__, __func__, "unable to get portstatus");
@@ -296,8 +364,6 @@ void RS232_CloseComport(int fd) {
     if (lines_write(fd, status) != RS232_OK) {
         showDebugMsg(__LINE__, __func__, "unable to set portstatus");
     }
-    // Otherwise the kernel waits up to 30 s for a module that no longer drains its input.
-    uninterrupted([&] { return tcflush(fd, TCOFLUSH); });
     port_release(fd);
 }
 

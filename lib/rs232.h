@@ -34,12 +34,14 @@ int RS232_PollComport(int fd, unsigned char* buffer, int size);
 
 // Writes `size` bytes. The descriptor does not block: when the port is full the write goes on as
 // room comes, for about 100 ms in all. A cancellation of the thread and a second writer of the port
-// wait for the end of the write, so that no command is cut. Result: bytes written, fewer if the room
-// did not come in time or the port failed on the way; RS232_FAILED if nothing could be written.
+// wait for the end of the write. Result: bytes written, fewer if the room did not come in time or
+// the port failed on the way: the rest (256 bytes at most) is kept then and goes out before the
+// bytes of the next write, so that a command is late rather than cut. RS232_FAILED: nothing of
+// these bytes was written.
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size);
 
-// Lowers DTR and RTS, discards what is not sent yet, releases the lock and closes. Never fails
-// towards the caller.
+// Gives what is not sent yet up to 500 ms to leave and discards the rest; lowers DTR and RTS, releases
+// the lock and closes. Never fails towards the caller.
 void RS232_CloseComport(int fd);
 
 // Discards input that has arrived and was not read.

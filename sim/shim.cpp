@@ -49,6 +49,9 @@ constinit std::size_t fault_count = 0;
 // Set while there are faults, so that an undisturbed call costs one load.
 constinit std::atomic<bool> faults_armed{false};
 
+// See shim_unsent.
+constinit std::atomic<int> unsent_bytes{-1};
+
 template <typename Function>
 Function* next_symbol(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -212,6 +215,10 @@ void shim_fail_none() {
     faults_armed.store(false, std::memory_order_relaxed);
 }
 
+void shim_unsent(int bytes) {
+    unsent_bytes.store(bytes);
+}
+
 int shim_open_descriptors() {
     return static_cast<int>(std::count_if(slot_of.begin(), slot_of.end(),
                                           [](const auto& slot) { return slot.load() != 0; }));
@@ -306,6 +313,10 @@ int ioctl(int fd, unsigned long request, ...) __THROW {
     if (sim::PortSlot* port = sim::port_of(fd)) {
         if (sim::fails(sim::Call::ioctl, fd)) {
             return -1;
+        }
+        if (const int unsent = sim::unsent_bytes.load(); request == TIOCOUTQ && unsent >= 0) {
+            *static_cast<int*>(argument) = unsent;
+            return 0;
         }
         if (sim::is_modem_request(request)) {
             int unread = 0;

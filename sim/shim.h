@@ -24,6 +24,9 @@ void shim_fail(CallFault fault);
 // Drops all faults that have not struck.
 void shim_fail_none();
 
+// What a simulated port says it has still to send; a pty itself never has anything. -1: ask the pty.
+void shim_unsent(int bytes);
+
 // Descriptors on simulated ports that the product holds open now.
 int shim_open_descriptors();
 

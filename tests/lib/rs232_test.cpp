@@ -95,11 +95,29 @@ TEST_F(Rs232, DeafModuleBlocksNeitherWriteNorCloseAndLinesGoLowThoughTheyCannotB
         start = Clock::now();
     }
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(100));  // a busy one makes room
-    sim::shim_fail({sim::Call::ioctl, EIO});
+    sim::shim_fail({sim::Call::ioctl, EIO, 2});  // what is unsent, and the lines
     RS232_CloseComport(fd);
     EXPECT_LT(Clock::now() - start, kLimit);
     EXPECT_EQ(last_message, "RS232_CloseComport: unable to get portstatus");
     EXPECT_EQ(raised_lines(), 0);
+}
+
+TEST_F(Rs232, CloseGivesOutputTimeToLeaveButNotForEver) {
+    using std::chrono::milliseconds;
+    for (const int unsent_for_ms : {50, 60'000}) {
+        const int fd = open_or_fail();
+        sim::shim_unsent(1);
+        const auto start = Clock::now();
+        const std::jthread line([&](const std::stop_token& stop) {
+            while (!stop.stop_requested() && Clock::now() - start < milliseconds(unsent_for_ms)) {
+                std::this_thread::sleep_for(milliseconds(1));
+            }
+            sim::shim_unsent(-1);
+        });
+        RS232_CloseComport(fd);
+        EXPECT_GE(Clock::now() - start, milliseconds(std::min(unsent_for_ms, 500)));
+        EXPECT_LT(Clock::now() - start, kLimit);
+    }
 }
 
 }  // namespace

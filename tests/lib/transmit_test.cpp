@@ -70,11 +70,49 @@ TEST(Transmit, NeitherAFullPortNorACancellationCutsACommand) {
     EXPECT_EQ(module.sent(1), Texts{command});
 }
 
-TEST(Transmit, PartlyWrittenCommandIsAFailure) {
+TEST(Transmit, RestOfACutCommandGoesOutBeforeAnythingElse) {
     OpenModule module;
+    const Texts whole = {"E0 01 00 00 00 01 01 02 03 04 05 06 07 08 06 0D 0A",
+                         "E0 01 00 00 00 02 01 02 03 04 05 06 07 08 07 0D 0A"};
+    const auto jam = [](int bytes) {
+        sim::shim_fail({.call = sim::Call::write, .limit = bytes});
+        sim::shim_fail({sim::Call::write, EAGAIN, 1'000'000});
+    };
+    jam(15);
+    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 1, 0)), TAVU_FAILURE);
+    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 3, 0)), TAVU_FAILURE) << "behind the rest";
+    sim::shim_fail_none();
+    jam(1);
+    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 4, 0)), TAVU_FAILURE) << "half of the rest";
+    sim::shim_fail_none();
+    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 2, 0)), TAVU_SUCCESS);
+    EXPECT_EQ(module.sent(2), whole);
+
     sim::shim_fail({.call = sim::Call::write, .limit = 16});
     sim::shim_fail({sim::Call::write, EIO});
-    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 1, 8)), TAVU_FAILURE);
+    EXPECT_EQ(TAVUSend(kPort, frame(0, TAVU_SID, 1, 0)), TAVU_FAILURE);
+    EXPECT_EQ(TAVUResetCAN(kPort), TAVU_SUCCESS);
+    EXPECT_EQ(module.sent(2), (Texts{whole[0], "34 34 0D 0A"}));
+}
+
+TEST(Transmit, RestOfACutCommandGoesOutOnCloseAndToNoOtherPort) {
+    Module module;
+    for (const bool has_room : {true, false}) {
+        ASSERT_NE(tavu::port_open(kPort), nullptr);
+        sim::shim_fail({.call = sim::Call::write, .limit = 3});
+        sim::shim_fail({sim::Call::write, EAGAIN, 1'000'000});
+        EXPECT_EQ(RS232_SendBuf(tavu::last->fd, hex("34 34 0D 0A").data(), 4), 3);
+        if (has_room) {
+            sim::shim_fail_none();
+        }
+        tavu::port_drop(tavu::last);
+        sim::shim_fail_none();
+        ASSERT_NE(tavu::port_open(kPort), nullptr);
+        EXPECT_EQ(RS232_SendBuf(tavu::last->fd, hex("60 60 0D 0A").data(), 4), 4);
+        EXPECT_EQ(module.sent(1).front(), has_room ? "34 34 0D 0A" : "34 34 0D 60");
+        tavu::port_drop(tavu::last);
+        module.sent();
+    }
 }
 
 TEST(Transmit, CancellationEndsAWaitASendAndAShortSleep) {
