@@ -131,6 +131,25 @@ TEST_F(Workers, StopEndsABurstWhereverItIs) {
     }
 }
 
+// The port is full before 400 ms are over and cuts the command that comes then.
+TEST_F(Workers, AJamInABurstDelaysItsCommandsAndCutsNone) {
+    CAN_FRAME_INFO frame = request_frame(TAVU_SID, 1, TAVU_FDF_ON);
+    station.forget_commands();
+    procSend(kPort, {INT_MAX, 0, 1, true, false, frame});
+    ASSERT_GE(station.wait_commands(100, 5s).size(), 100U);
+    station.set_fault(sim::Fault::deaf);
+    wait_for([] { return false; }, 400ms);
+    station.set_fault(sim::Fault::none);
+    ASSERT_GE(station.wait_commands(2000, 5s).size(), 2000U);
+    procSend(kPort, {0, 0, 0, false, true, {}});
+    EXPECT_EQ(TAVUInitCAN(kPort, TAVU_INACTIVE, TAVU_INACTIVE), TAVU_SUCCESS);
+    std::vector<sim::Bytes> commands = station.commands();
+    EXPECT_THAT(commands.back(), testing::ElementsAre(0x61, 0, 0, 0x61, 0x0D, 0x0A));
+    commands.pop_back();
+    EXPECT_EQ(station.counters().channel[0].from_host, commands.size()) << "damaged ones";
+    EXPECT_THAT(commands, testing::Each(testing::SizeIs(74)));
+}
+
 long mapped_pages() {
     long pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
