@@ -22,6 +22,7 @@ class WirePair {
 
     [[nodiscard]] int port() const;
     [[nodiscard]] int slave() const { return slave_; }
+    [[nodiscard]] int master() const { return master_; }
 
     // Writes `block` to the host again and again, as fast as the pty takes it, until stop().
     void stream(std::vector<std::uint8_t> block);
