@@ -212,4 +212,73 @@ TEST_P(ReportInput, LosesTwoReportsAtMostInventsNoneAndCountsTheLoss) {
 INSTANTIATE_TEST_SUITE_P(Disturbances, ReportInput, testing::ValuesIn(kDisturbances),
                          [](const auto& row) { return std::string(row.param.name); });
 
+// ---- Single decisions ----
+
+const std::string kSummed = "E1 81 00 00 01 23 11 22 33 44 55 66 77 88 EA 0D 0A";
+const std::string kEnded = "E1 81 00 00 01 24 11 22 33 44 55 66 77 88 00 0D 0A";
+const std::string kOtherwise = "E1 81 00 00 01 25 11 22 33 44 55 66 77 88 01 02 03";
+
+// What comes at once, a list of reports handed out after it. All that a piece gives is taken, and
+// unless its text ends in "..." nothing follows it for longer than any gap.
+struct Piece {
+    std::string bytes;
+    Texts reports;
+};
+
+Texts handed_out(tavu::ReportInput& input, const std::string& bytes, bool is_silent) {
+    const sim::Bytes piece = hex(bytes.substr(0, bytes.find('.')));
+    std::ranges::copy(piece, tavu::input_room(input).begin());
+    tavu::input_added(input, piece.size());
+    Texts reports;
+    while (input.begin != input.end && !input.is_exhausted) {
+        tavu::Step step = tavu::input_step(input, tavu::kEveryReport, false);
+        if (step.outcome == tavu::Outcome::kMore) {
+            if (!is_silent) {
+                break;
+            }
+            step = tavu::input_step(input, tavu::kEveryReport, true);
+        }
+        if (step.outcome == tavu::Outcome::kReport) {
+            reports.push_back(text_of(step.report));
+        }
+    }
+    return reports;
+}
+
+TEST(ReportInputDecision, FollowsWhatTheReportsOfThePortHaveShown) {
+    const std::string unknown = "55 00 00 55 00 00 ";
+    // 65 of 82 bytes, which the next 17 complete to a report that ends in CR LF.
+    const std::string part = "F1 F5 05 " + text_of(sim::Bytes(62, 1));
+    const std::string strays = text_of(sim::Bytes(4100, 0x55));
+    const std::vector<std::vector<Piece>> rows = {
+        // The only thing that comes is taken whatever its sum.
+        {{kSummed, {kSummed}}, {unknown + "55 " + kEnded, {kEnded}}},
+        // So is what follows a part directly.
+        {{kEnded + " " + kEnded, {kEnded, kEnded}},
+         {"E1 81 00", {}},
+         {kEnded + " " + kEnded + " E1", {kEnded, kEnded}}},
+        // One report that ends in CR LF by chance does not make the others doubtful.
+        {{kOtherwise + " " + kSummed + " " + kOtherwise + " " + kOtherwise,
+          {kOtherwise, kSummed, kOtherwise, kOtherwise}}},
+        // The end of a line counts though it came long before.
+        {{kEnded + " " + kEnded, {kEnded, kEnded}},
+         {unknown + "55 55 0D 0A", {}},
+         {kEnded + " " + kEnded + " E1", {kEnded, kEnded}}},
+        // A report that begins inside a part is seen though it has not come whole yet.
+        {{kSummed + " " + kSummed, {kSummed, kSummed}},
+         {part, {}},
+         {kSummed + "...", {}},
+         {kSummed, {kSummed, kSummed}}},
+        // A port that never closes as it did is taken as it comes after 4096 bytes.
+        {{kSummed + " " + kSummed, {kSummed, kSummed}},
+         {unknown + strays, {}},
+         {kOtherwise + " " + kOtherwise, {kOtherwise, kOtherwise}}}};
+    for (const auto& pieces : rows) {
+        tavu::ReportInput input;
+        for (const auto& [bytes, reports] : pieces) {
+            EXPECT_EQ(handed_out(input, bytes, !bytes.ends_with("...")), reports) << bytes;
+        }
+    }
+}
+
 }  // namespace

@@ -3,7 +3,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/lib/support.h"
 
+#include <fcntl.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <numeric>
@@ -97,7 +99,9 @@ TEST(Transmit, RestOfACutCommandGoesOutBeforeAnythingElse) {
 
 TEST(Transmit, RestOfACutCommandGoesOutOnCloseAndToNoOtherPort) {
     Module module;
-    for (const bool has_room : {true, false}) {
+    const std::pair<bool, Texts> rows[] = {{true, {"34 34 0D 0A", "60 60 0D 0A"}},
+                                           {false, {"34 34 0D 60"}}};
+    for (const auto& [has_room, sent] : rows) {
         ASSERT_NE(tavu::port_open(kPort), nullptr);
         sim::shim_fail({.call = sim::Call::write, .limit = 3});
         sim::shim_fail({sim::Call::write, EAGAIN, 1'000'000});
@@ -109,10 +113,18 @@ TEST(Transmit, RestOfACutCommandGoesOutOnCloseAndToNoOtherPort) {
         sim::shim_fail_none();
         ASSERT_NE(tavu::port_open(kPort), nullptr);
         EXPECT_EQ(RS232_SendBuf(tavu::last->fd, hex("60 60 0D 0A").data(), 4), 4);
-        EXPECT_EQ(module.sent(1).front(), has_room ? "34 34 0D 0A" : "34 34 0D 60");
+        EXPECT_EQ(module.sent(sent.size()), sent);
         tavu::port_drop(tavu::last);
-        module.sent();
     }
+    // A descriptor that shares the place where the rest is kept.
+    OpenModule open(kPort + 1);
+    const int other = fcntl(open.node->fd, F_DUPFD, open.node->fd + 256);
+    sim::shim_fail({.call = sim::Call::write, .limit = 3});
+    sim::shim_fail({sim::Call::write, EIO});
+    EXPECT_EQ(RS232_SendBuf(open.node->fd, hex("34 34 0D 0A").data(), 4), 3);
+    EXPECT_EQ(RS232_SendBuf(other, hex("60 60 0D 0A").data(), 4), 4);
+    EXPECT_EQ(open.sent(1), Texts{"34 34 0D 60"});
+    close(other);
 }
 
 TEST(Transmit, CancellationEndsAWaitASendAndAShortSleep) {
