@@ -248,14 +248,10 @@ void passed_over(ReportInput& input, std::size_t place) {
     input.begin = place;
 }
 
-// Whether a report is due at that place: it is the first where one can be, or nothing comes behind.
-bool is_due(const ReportInput& input, const Candidate& candidate, std::size_t place,
-            bool is_silent) {
-    const bool is_first = input.passed == 0 && place == input.begin;
-    const bool is_last = is_silent && place + candidate.length == input.end;
-    return candidate.is_possible && candidate.length != 0 &&
-           ((is_first && candidate.closing >= std::max(input.closing, Closing::kEndOfLine)) ||
-            (is_last && candidate.closing >= Closing::kEndOfLine));
+// Whether it is the first place where a report can begin; then nothing needs to stand before it.
+bool is_due(const ReportInput& input, const Candidate& candidate, std::size_t place) {
+    return input.passed == 0 && place == input.begin && candidate.is_possible &&
+           candidate.closing >= std::max(input.closing, Closing::kEndOfLine);
 }
 
 // Looks for a report from `sought` on. Found: it is the next one, in step again (true). Otherwise
@@ -268,7 +264,7 @@ bool report_sought(ReportInput& input, const Dialect& dialect, bool is_silent) {
          place < input.end && best != Evidence::kStrong; ++place) {
         const Candidate candidate =
             candidate_at(Bytes(input.bytes).subspan(place, input.end - place), dialect);
-        const Evidence evidence = is_due(input, candidate, place, is_silent)
+        const Evidence evidence = is_due(input, candidate, place)
                                       ? Evidence::kStrong
                                       : evidence_for(input, candidate, place);
         if (evidence > best) {

@@ -224,8 +224,21 @@ struct Piece {
     std::string bytes;
     Texts reports;
 };
+const std::string kDiscard = "discard";
+
+std::string repeated(const std::string& bytes, int times) {
+    std::string text;
+    for (int i = 0; i < times; ++i) {
+        text += bytes + " ";
+    }
+    return text;
+}
 
 Texts handed_out(tavu::ReportInput& input, const std::string& bytes, bool is_silent) {
+    if (bytes == kDiscard) {
+        tavu::input_drop(input);
+        return {};
+    }
     const sim::Bytes piece = hex(bytes.substr(0, bytes.find('.')));
     std::ranges::copy(piece, tavu::input_room(input).begin());
     tavu::input_added(input, piece.size());
@@ -260,10 +273,23 @@ TEST(ReportInputDecision, FollowsWhatTheReportsOfThePortHaveShown) {
         // One report that ends in CR LF by chance does not make the others doubtful.
         {{kOtherwise + " " + kSummed + " " + kOtherwise + " " + kOtherwise,
           {kOtherwise, kSummed, kOtherwise, kOtherwise}}},
-        // The end of a line counts though it came long before.
-        {{kEnded + " " + kEnded, {kEnded, kEnded}},
-         {unknown + "55 55 0D 0A", {}},
-         {kEnded + " " + kEnded + " E1", {kEnded, kEnded}}},
+        // The end of a line counts though the buffer has been moved since.
+        {{repeated(kEnded, 240), Texts(240, kEnded)},
+         {unknown + "55 0D 0A " + kEnded.substr(0, 20) + "...", {}},
+         {kEnded.substr(20) + " E1", {kEnded}}},
+        // Out of step, what stands behind the end of a line is better than what stands elsewhere.
+        {{kSummed + " " + kSummed, {kSummed, kSummed}},
+         {unknown + "55 " + kSummed + "...", {}},
+         {kSummed + " E1", {kSummed}}},
+        // What no module can have sent is not found.
+        {{kSummed + " " + kSummed, {kSummed, kSummed}},
+         {unknown + "55 0D 0A E1 83 00 00 01 23 11 22 33 44 55 66 77 88 EC 0D 0A " + kSummed +
+              " E1",
+          {kSummed}}},
+        // Behind a discard comes the tail of a report, however much it looks like one.
+        {{kSummed + " " + kSummed, {kSummed, kSummed}},
+         {kDiscard, {}},
+         {kEnded + " " + kSummed + " E1", {kSummed}}},
         // A report that begins inside a part is seen though it has not come whole yet.
         {{kSummed + " " + kSummed, {kSummed, kSummed}},
          {part, {}},
