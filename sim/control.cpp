@@ -179,7 +179,7 @@ std::string control(const Stations& stations, const std::string& line) {
     if (words.size() == 2 && words[0] == "report") {
         return write_report(stations, words[1]) ? "" : "report file cannot be written";
     }
-    const std::string port = words.size() > 1 ? port_name(words[1]).value_or("") : "";
+    const std::string port = words.size() > 1 ? port_name(words[1]) : "";
     const auto found = std::find_if(stations.begin(), stations.end(),
                                     [&](const NamedStation& entry) { return entry.port == port; });
     return found == stations.end()

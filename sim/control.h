@@ -15,7 +15,7 @@
 namespace sim {
 
 struct NamedStation {
-    std::string port;  // name below /dev
+    std::string port;  // name below /dev, or the path of a device elsewhere
     std::unique_ptr<Station> station;
 };
 using Stations = std::vector<NamedStation>;

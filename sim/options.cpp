@@ -22,13 +22,14 @@ namespace {
 
 constexpr int kMostPorts = 16;
 constexpr int kMostNodes = 100;
+constexpr std::string_view kDirectory = "/dev/";
 
 constexpr const char* kHelp =
     R"(Usage: tavu-sim [OPTION]... [-- PROGRAM [ARGUMENT]...]
 
 Starts simulated two-channel CAN / CAN FD modules and, with them, PROGRAM, which
-finds them as if they were plugged in. No hardware is needed and none is touched:
-for PROGRAM the simulated modules are the only ones there are.
+finds them as if they were plugged in. No hardware is needed and, without --device,
+none is touched: for PROGRAM the simulated modules are the only ones there are.
 
 CAN 1 and CAN 2 of each module are wired to one virtual bus. What is sent on one
 channel is received on the other when both are started, their bit rates agree and
@@ -41,6 +42,9 @@ Modules:
       --build XXXX       build identifier in hexadecimal (1234)
       --pair             the ports are virtual ports of one module (with firmware
                          05.10 unless another is given)
+  -d, --device PATH      serve this serial device instead, such as /dev/ttyGS0 of a
+                         USB gadget; repeat it for more modules. PROGRAM then opens
+                         what is at the other end, and nothing is hidden from it
       --stamp            report classic frames with a time stamp
 
 Bus:
@@ -77,7 +81,8 @@ Observation and control:
       --version          print the version and end
 
 Signals are passed on to PROGRAM; tavu-sim ends when PROGRAM ends, with its exit
-status. Without PROGRAM the modules' ptys are printed and served until interrupted.
+status. Without PROGRAM the modules' ptys or devices are printed and served until
+interrupted. A device that hangs up is opened again as soon as it can be.
 
 Examples:
   tavu-sim -- tavu-utility
@@ -103,6 +108,7 @@ enum LongOption : int {
 
 constexpr option kLongOptions[] = {
     {"port", required_argument, nullptr, 'p'},
+    {"device", required_argument, nullptr, 'd'},
     {"firmware", required_argument, nullptr, kFirmware},
     {"build", required_argument, nullptr, kBuild},
     {"pair", no_argument, nullptr, kPair},
@@ -147,12 +153,15 @@ class Parser {
 
   private:
     bool take_port(const std::string& value);
+    bool take_device(const std::string& value);
+    bool add_module(const std::string& name, const std::string& value);
     bool take_firmware(const std::string& value);
     bool take_build(const std::string& value);
     bool take_traffic(const std::string& value);
     bool take_nodes(const std::string& value);
     bool take_fault(const std::string& value);
 
+    bool port_given_ = false;
     bool firmware_given_ = false;
     bool traffic_given_ = false;
 };
@@ -161,6 +170,8 @@ bool Parser::take(int choice, const std::string& value) {
     switch (choice) {
         case 'p':
             return take_port(value);
+        case 'd':
+            return take_device(value);
         case kFirmware:
             return take_firmware(value);
         case kBuild:
@@ -200,14 +211,27 @@ bool Parser::take(int choice, const std::string& value) {
 }
 
 bool Parser::take_port(const std::string& value) {
-    const std::optional<std::string> name = port_name(value);
-    if (!name) {
+    const std::string name = port_name(value);
+    if (!is_candidate_path((std::string(kDirectory) + name).c_str())) {
         return complain("no module can be on this port", value);
     }
-    if (std::find(options.ports.begin(), options.ports.end(), *name) != options.ports.end()) {
+    port_given_ = true;
+    return add_module(name, value);
+}
+
+bool Parser::take_device(const std::string& value) {
+    if (value.empty() || value.front() != '/') {
+        return complain("device is no full path", value);
+    }
+    options.devices = true;
+    return add_module(port_name(value), value);
+}
+
+bool Parser::add_module(const std::string& name, const std::string& value) {
+    if (std::find(options.ports.begin(), options.ports.end(), name) != options.ports.end()) {
         return complain("port given twice", value);
     }
-    options.ports.push_back(*name);
+    options.ports.push_back(name);
     return options.ports.size() <= kMostPorts || complain("too many ports", value);
 }
 
@@ -254,7 +278,7 @@ bool Parser::take_fault(const std::string& value) {
     const std::size_t equals = value.find('=');
     FaultChoice choice{"", value};
     if (equals != std::string::npos) {
-        choice = {port_name(value.substr(0, equals)).value_or("?"), value.substr(equals + 1)};
+        choice = {port_name(value.substr(0, equals)), value.substr(equals + 1)};
     }
     if (!is_fault_name(choice.kind)) {
         return complain("unknown fault", choice.kind);
@@ -267,6 +291,9 @@ bool Parser::take_fault(const std::string& value) {
 bool Parser::finish(int argc, char** argv) {
     if (options.ports.empty()) {
         options.ports.emplace_back("ttyACM0");
+    }
+    if (options.devices && port_given_) {
+        return complain("give either ports or devices, not both", options.ports.back());
     }
     for (const FaultChoice& fault : options.faults) {
         const auto& ports = options.ports;
@@ -293,12 +320,9 @@ bool Parser::finish(int argc, char** argv) {
 
 }  // namespace
 
-std::optional<std::string> port_name(const std::string& text) {
-    constexpr std::string_view kDirectory = "/dev/";
-    const bool full = text.compare(0, kDirectory.size(), kDirectory) == 0;
-    const std::string name = full ? text.substr(kDirectory.size()) : text;
-    return is_candidate_path((std::string(kDirectory) + name).c_str()) ? std::optional(name)
-                                                                       : std::nullopt;
+std::string port_name(const std::string& text) {
+    return text.compare(0, kDirectory.size(), kDirectory) == 0 ? text.substr(kDirectory.size())
+                                                               : text;
 }
 
 std::optional<double> rate_value(const std::string& text) {
@@ -313,7 +337,7 @@ ParsedOptions parse_options(int argc, char** argv) {
     optind = 1;
     for (;;) {
         // The leading plus ends the options at the first word that is none: the program.
-        const int choice = getopt_long(argc, argv, "+p:t:n:f:r::c:h", kLongOptions, nullptr);
+        const int choice = getopt_long(argc, argv, "+p:d:t:n:f:r::c:h", kLongOptions, nullptr);
         if (choice == -1) {
             break;
         }

@@ -20,6 +20,7 @@ struct FaultChoice {
 
 struct SimOptions {
     std::vector<std::string> ports;  // names below /dev
+    bool devices = false;            // the ports are serial devices to serve, not ptys
     std::array<std::uint8_t, 2> firmware{0x03, 0x10};
     std::array<std::uint8_t, 2> build{0x12, 0x34};
     bool pair = false;  // the ports are virtual ports of one module
@@ -46,8 +47,8 @@ struct ParsedOptions {
 };
 ParsedOptions parse_options(int argc, char** argv);
 
-// Path below /dev of a port given as "ttyACM0" or "/dev/ttyACM0"; none when no module can be there.
-std::optional<std::string> port_name(const std::string& text);
+// Path below /dev of a port given as "ttyACM0" or "/dev/ttyACM0"; other paths as they are.
+std::string port_name(const std::string& text);
 
 // A number from 0 up, the whole text; none otherwise.
 std::optional<double> rate_value(const std::string& text);

@@ -1,11 +1,11 @@
-// sim/station.cpp - simulated module: one module on a pty, served by its own thread.
-// Uses sim/module.h, sim/bus.h, sim/outgoing.h, sim/pty_link.h; registers in sim/port_table.h.
+// sim/station.cpp - simulated module: one module on its line, served by its own thread.
+// Uses sim/module.h, sim/bus.h, sim/outgoing.h, sim/link.h; registers in sim/port_table.h.
 // Thread: one for each station; one lock guards all it shares with its callers.
 // SPDX-License-Identifier: MIT
 #include "sim/station.h"
 
+#include "sim/link.h"
 #include "sim/port_table.h"
-#include "sim/pty_link.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -19,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -35,6 +36,7 @@ constexpr std::size_t kReportMemory = 1 << 20;  // bytes to the host above which
 constexpr std::size_t kFrameMemory = 4096;      // frames from the host the module takes in
 constexpr std::size_t kReadBytes = 16'384;
 constexpr std::chrono::nanoseconds kShortestWait = 100us;  // bus events closer are served together
+constexpr auto kDeviceTry = 100ms;  // between attempts to open a device that is not there
 constexpr auto kDrainedCheck = 500us;
 constexpr int kDrainedChecks = 10;  // the pty may hold bytes for a moment between its two ends
 
@@ -78,6 +80,7 @@ struct Station::Impl {
     void write_out();
     void read_in();
     void hang_up();
+    void find_device();
     void handle(const Command& command);
     void carry_out(const Command& command);
     [[nodiscard]] bool takes_input() const;
@@ -87,16 +90,17 @@ struct Station::Impl {
     void report_frame(const Frame& frame, Instant at);
     void report_bus_error();
     void plug();
+    void show_pty(std::uint32_t pty);
     void wake() const;
     void wait_for_room(std::unique_lock<std::mutex>& lock);
 
     const StationOptions options;
     const Instant powered_on = Clock::now();
-    Registration registration;
+    std::optional<Registration> registration;  // none for a serial device
 
     mutable std::mutex mutex;
     mutable std::condition_variable changed;  // commands have come, or output has gone
-    std::optional<PtyLink> link;
+    std::unique_ptr<Link> link;
     Module module;
     Bus bus;
     CommandReader reader;
@@ -107,6 +111,7 @@ struct Station::Impl {
     StationCounters counters;
     Bytes report;  // scratch
     bool unplug_asked = false;
+    std::optional<Instant> device_try;  // when to open the serial device that hung up
     bool stopping = false;
 
     const Descriptor wake_up;
@@ -115,12 +120,14 @@ struct Station::Impl {
 
 Station::Impl::Impl(StationOptions given)
     : options(std::move(given)),
-      registration(options.device),
       module(options.state),
       bus({options.nodes, options.traffic_per_s, options.flood},
           {[this](const Frame& frame, Instant at) { report_frame(frame, at); },
            [this] { report_bus_error(); }, [this] { return outgoing.waiting() < kBackPressure; }}),
       wake_up(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    if (options.serial.empty()) {
+        registration.emplace(options.device);
+    }
     configure_bus();
     plug();
     thread = std::thread([this] { serve(); });
@@ -129,7 +136,7 @@ Station::Impl::Impl(StationOptions given)
 Station::Impl::~Impl() {
     {
         const std::lock_guard lock(mutex);
-        registration.port().pty = 0;
+        show_pty(0);
         stopping = true;
         wake();
     }
@@ -143,8 +150,11 @@ void Station::Impl::serve() {
         write_out();
         wait(lock);
         if (unplug_asked) {
+            unplug_asked = false;
             hang_up();
+            device_try.reset();
         }
+        find_device();
         read_in();
     }
 }
@@ -156,7 +166,7 @@ void Station::Impl::wait(std::unique_lock<std::mutex>& lock) {
         const bool has_output = !outgoing.ready(now).empty();
         watched[1].events =
             static_cast<short>((takes_input() ? POLLIN : 0) | (has_output ? POLLOUT : 0));
-        watched[1].fd = watched[1].events == 0 ? -1 : link->master();
+        watched[1].fd = link->fd();
     }
     const timespec limit = time_until_next_event(now);
     lock.unlock();
@@ -166,6 +176,10 @@ void Station::Impl::wait(std::unique_lock<std::mutex>& lock) {
         [[maybe_unused]] const ssize_t got = read(wake_up.get(), &ignored, sizeof ignored);
     }
     lock.lock();
+    if ((watched[1].revents & (POLLHUP | POLLERR)) != 0) {
+        hang_up();
+        device_try = Clock::now() + kDeviceTry;
+    }
 }
 
 timespec Station::Impl::time_until_next_event(Instant now) const {
@@ -175,6 +189,9 @@ timespec Station::Impl::time_until_next_event(Instant now) const {
     }
     if (const auto event = outgoing.next_event(); event && *event > now) {
         next = std::min(next, *event);
+    }
+    if (device_try) {
+        next = std::min(next, std::max(*device_try, now));
     }
     const std::chrono::nanoseconds left = next - now;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
@@ -289,14 +306,35 @@ void Station::Impl::report_bus_error() {
 }
 
 void Station::Impl::plug() {
-    link.emplace();
-    registration.port().pty = link->number() + 1;
+    link = options.serial.empty() ? open_pty() : open_device(options.serial);
+    show_pty(link->pty());
+}
+
+void Station::Impl::show_pty(std::uint32_t pty) {
+    if (registration) {
+        registration->port().pty = pty;
+    }
+}
+
+// Opens the serial device once it is there; a device that appears late must not end the station.
+void Station::Impl::find_device() {
+    if (!device_try || Clock::now() < *device_try) {
+        return;
+    }
+    try {
+        plug();
+        device_try.reset();
+    } catch (const std::system_error&) {
+        device_try = Clock::now() + kDeviceTry;
+    }
 }
 
 // The module loses its power: the channels stop, what was on its way is gone, settings are kept.
 void Station::Impl::hang_up() {
-    registration.port().pty = 0;
-    registration.port().lines = 0;
+    show_pty(0);
+    if (registration) {
+        registration->port().lines = 0;
+    }
     link.reset();
     ModuleState unpowered = module.state();
     unpowered.running = {};
@@ -304,7 +342,6 @@ void Station::Impl::hang_up() {
     configure_bus();
     outgoing.clear();
     reader = CommandReader{};
-    unplug_asked = false;
     changed.notify_all();
 }
 
@@ -410,10 +447,15 @@ void Station::unplug() {
 
 void Station::plug() {
     const std::lock_guard lock(impl_->mutex);
-    if (!impl_->link) {
-        impl_->plug();
-        impl_->wake();
+    if (impl_->link) {
+        return;
     }
+    if (impl_->options.serial.empty()) {
+        impl_->plug();
+    } else {
+        impl_->device_try = Clock::now();
+    }
+    impl_->wake();
 }
 
 ModuleState Station::state() const {
@@ -437,11 +479,11 @@ StationCounters Station::counters() const {
 }
 
 ModemLines Station::lines() const {
-    const std::uint32_t lines = impl_->registration.port().lines;
+    const std::uint32_t lines = impl_->registration ? impl_->registration->port().lines.load() : 0;
     return {(lines & TIOCM_DTR) != 0, (lines & TIOCM_RTS) != 0};
 }
 
-std::string Station::pty_path() const {
+std::string Station::line_path() const {
     const std::lock_guard lock(impl_->mutex);
     return impl_->link ? impl_->link->path() : std::string{};
 }

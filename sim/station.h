@@ -1,4 +1,4 @@
-// sim/station.h - simulated module: one module on a pty, served by its own thread.
+// sim/station.h - simulated module: one module on its line, served by its own thread.
 // May be included by sim/ and every test. Shares no code with the product.
 // Thread: every call from any thread.
 // SPDX-License-Identifier: MIT
@@ -21,7 +21,7 @@
 
 namespace sim {
 
-// Modem lines as the host last set them; needs the serial shim, low without it.
+// Modem lines as the host last set them; needs a pty and the serial shim, low without them.
 struct ModemLines {
     bool dtr = false;
     bool rts = false;
@@ -32,6 +32,9 @@ inline constexpr double kUnlimited = std::numeric_limits<double>::infinity();
 
 struct StationOptions {
     std::string device = "/dev/ttyACM0";  // the path that the product opens
+    // Serial device to serve instead of a pty, such as the gadget side of a USB serial line; the
+    // product then opens what is at the other end, and `device` means nothing.
+    std::string serial{};
     ModuleState state{};
     int nodes = 0;             // generated nodes on the bus; each acknowledges every frame
     double traffic_per_s = 0;  // generated frames per second on the bus; above 0 at least one node
@@ -60,12 +63,13 @@ struct StationCounters {
 };
 
 // A module at work. Its device path leads to it while it lives, for programs behind the serial shim
-// (linked into this process, or preloaded and given the shared port table).
+// (linked into this process, or preloaded and given the shared port table). A serial device that it
+// serves instead may hang up: the module is then without power until the device can be opened again.
 // Frames reach the host as 0xF1 reports when they are CAN FD frames, else as 0xE1 or 0xE2.
 class Station {
   public:
     // Throws std::runtime_error when the path is not one a module may be attached to or is taken,
-    // std::system_error when the system has no pty left.
+    // std::system_error when the system has no pty left or the serial device cannot be opened.
     explicit Station(StationOptions options = {});
     ~Station();
     Station(const Station&) = delete;
@@ -92,19 +96,22 @@ class Station {
     bool receive_frame(const Frame& frame);
     // An EEPROM error, reported if the error-report setting asks for it. Result: whether it was.
     bool raise_rom_error();
-    // Waits until the host has read everything, or the time is up.
+    // Waits until the host has read everything, or the time is up. On a serial device: until all
+    // has left its output queue.
     bool wait_drained(std::chrono::milliseconds limit) const;
 
     void set_fault(Fault fault);
     void set_traffic(double frames_per_s);
     void unplug();  // hangs up: the host sees the device vanish
-    void plug();    // a new pty under the same device path; the settings are kept
+    // A new pty under the same device path, or the serial device as soon as it can be opened; the
+    // settings are kept.
+    void plug();
 
     [[nodiscard]] ModuleState state() const;
     void set_state(const ModuleState& state);
     [[nodiscard]] StationCounters counters() const;
     [[nodiscard]] ModemLines lines() const;
-    [[nodiscard]] std::string pty_path() const;  // empty while unplugged
+    [[nodiscard]] std::string line_path() const;  // pty or serial device; empty while unplugged
 
   private:
     struct Impl;

@@ -3,9 +3,9 @@
 // Thread: main thread; every module has one of its own.
 // SPDX-License-Identifier: MIT
 #include "sim/control.h"
+#include "sim/link.h"
 #include "sim/options.h"
 #include "sim/port_table.h"
-#include "sim/pty_link.h"
 #include "sim/station.h"
 
 #include <fcntl.h>
@@ -103,7 +103,9 @@ class ControlFifo {
 sim::StationOptions station_options(const SimOptions& options, std::size_t index,
                                     std::FILE* record) {
     sim::StationOptions station;
-    station.device = "/dev/" + options.ports.at(index);
+    const std::string& port = options.ports.at(index);
+    const std::string path = port.front() == '/' ? port : "/dev/" + port;
+    (options.devices ? station.serial : station.device) = path;
     station.state.firmware = options.firmware;
     station.state.build = options.build;
     station.state.vcom[0] = options.pair ? 0 : 1;
@@ -115,7 +117,7 @@ sim::StationOptions station_options(const SimOptions& options, std::size_t index
     station.stamp_classic = options.stamp_classic;
     station.keep_commands = false;
     if (record != nullptr) {
-        const std::string prefix = options.ports.size() > 1 ? options.ports.at(index) + " " : "";
+        const std::string prefix = options.ports.size() > 1 ? port + " " : "";
         station.on_command = [record, prefix](sim::ByteView command) {
             std::fputs((prefix + sim::hex_text(command) + "\n").c_str(), record);
         };
@@ -157,8 +159,11 @@ bool has_shim_linked_in(const char* program) {
     return content.find(kLinkedMarker) != std::string::npos;
 }
 
-// What the program needs to find the simulated modules.
+// What the program needs to find the simulated modules; real devices it finds by itself.
 void prepare_environment(const SimOptions& options) {
+    if (options.devices) {
+        return;
+    }
     const std::string table = sim::share_port_table();
     if (table.empty()) {
         throw std::runtime_error("no memory to share with the program");
@@ -238,9 +243,9 @@ int serve(const Stations& stations, ControlFifo& fifo, int signals, pid_t child)
     }
 }
 
-void print_ptys(const Stations& stations) {
+void print_lines(const Stations& stations) {
     for (const sim::NamedStation& entry : stations) {
-        std::printf("%s %s\n", entry.port.c_str(), entry.station->pty_path().c_str());
+        std::printf("%s %s\n", entry.port.c_str(), entry.station->line_path().c_str());
     }
     std::fflush(stdout);
 }
@@ -275,7 +280,7 @@ int run(const SimOptions& options) {
     const Stations stations = start_stations(options, record.get());
     pid_t child = 0;
     if (options.program.empty()) {
-        print_ptys(stations);
+        print_lines(stations);
     } else if (const int error = spawn(options, original, child); error != 0) {
         complain(std::string(options.program.front()) + ": " + std::strerror(error));
         return error == ENOENT ? kNotFoundStatus : kNotRunnableStatus;

@@ -7,9 +7,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <iterator>
+#include <memory>
 #include <sstream>
 
 namespace {
@@ -27,6 +30,8 @@ Bytes hex(const std::string& text) {
 
 // The host's end of a line, opened as a program opens it.
 struct Line {
+    explicit Line(int open_fd = open("/dev/ttyACM0", O_RDWR | O_NOCTTY | O_NONBLOCK))
+        : fd(open_fd) {}
     ~Line() { close(fd); }
     // Writes, then reads until there are `count` bytes or nothing more comes for a time.
     Bytes exchange(const Bytes& command, std::size_t count, int quiet_ms = 3000) const {
@@ -47,7 +52,7 @@ struct Line {
             EXPECT_EQ(exchange(hex(command), bytes.size()), bytes) << command;
         }
     }
-    const int fd = open("/dev/ttyACM0", O_RDWR | O_NOCTTY | O_NONBLOCK);
+    const int fd;
 };
 
 TEST(Station, AnswersRecordedCommandsAndKeepsItsSettingsWhenItRefuses) {
@@ -122,6 +127,26 @@ TEST(Station, CarriesFramesReportsErrorsAndComesBackStoppedWhenPluggedInAgain) {
     station.plug();
     Line().expect({{"60 60 0D 0A", "60 00 00 00 60 0D 0A"}});
     EXPECT_EQ(station.state().config[22], 1);
+}
+
+TEST(Station, ServesASerialDeviceUntilItHangsUp) {
+    auto host = std::make_unique<Line>(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK));
+    ASSERT_EQ(grantpt(host->fd) + unlockpt(host->fd), 0);
+    Station station({.serial = ptsname(host->fd)});
+    const auto exchanges_a_start = [&] { host->expect({{"61 01 01 63 0D 0A", "61 00 61 0D 0A"}}); };
+    exchanges_a_start();
+    station.unplug();
+    std::uint8_t byte = 0;
+    EXPECT_EQ(read(host->fd, &byte, 1), -1);
+    EXPECT_EQ(errno, EIO);  // nobody is at the other end
+    station.plug();
+    exchanges_a_start();
+    host.reset();
+    const auto end = sim::Clock::now() + std::chrono::seconds(5);
+    while (station.state().running[0] != 0) {
+        ASSERT_LT(sim::Clock::now(), end) << "the hang-up went unnoticed";
+    }
+    EXPECT_EQ(station.line_path(), "");
 }
 
 TEST(Station, StampsFrameReports) {

@@ -3,6 +3,8 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,6 +28,9 @@ TEST(TavuSim, ExplainsBadArgumentsAndElseEndsAsItsProgramEnds) {
         {"--bogus", 2, "unrecognized option '--bogus'\nTry 'tavu-sim --help'."},
         {"--port tty1", 2, "no module can be on this port: 'tty1'\nTry"},
         {"--fault mute", 2, "unknown fault: 'mute'"},
+        {"--device tty1", 2, "device is no full path: 'tty1'"},
+        {"--device /dev/null --port ttyACM0", 2, "give either ports or devices, not both"},
+        {"--device /dev/null -- /bin/true", 125, "/dev/null: Inappropriate ioctl"},
         {"--pair", 2, "a pair needs two ports, given: '1'"},
         {"-- /bin/sh -c 'exit 3'", 3, ""},
         {"-- /bin/sh -c 'kill -TERM $PPID; exec sleep 20'", 128 + 15, ""},  // passed on
@@ -51,6 +56,19 @@ TEST(TavuSim, TakesControlLinesAtRunTimeAndReports) {
                                    " e1 21 00 00 01 23 a1 b2 00 00 00 00 00 00 79 0d 0a\n"));
     EXPECT_THAT(output, testing::HasSubstr("ttyUSB3.can1.running=1\nttyUSB3.can1.from_host=0\n"));
     EXPECT_EQ(access(fifo.c_str(), F_OK), -1);
+}
+
+TEST(TavuSim, ServesASerialDeviceAndLeavesItsProgramAlone) {
+    const int host = posix_openpt(O_RDWR | O_NOCTTY);  // inherited by the program
+    ASSERT_EQ(grantpt(host) + unlockpt(host), 0);
+    const std::string device = ptsname(host);
+    const auto [status, output] = tavu_sim(
+        "--device " + device + " --fault " + device + "=refusing --report -- /bin/sh -c '" +
+        R"(printf "\065\065\r\n" >&)" + std::to_string(host) + "; head -c 5 <&" +
+        std::to_string(host) + " | od -An -tx1; echo preloaded $LD_PRELOAD'");
+    EXPECT_EQ(output.substr(0, output.find(".dtr")),
+              " 35 01 36 0d 0a\npreloaded\n" + device.substr(5));
+    close(host);
 }
 
 }  // namespace
