@@ -31,6 +31,8 @@ set(word.tests/sim "test")
 set(may.tests/sim "\"(sim|tests/sim)/${header}\"" ${test_tools})
 set(word.tests/end_to_end "test")
 set(may.tests/end_to_end "\"(sim|tests/end_to_end)/${header}\"" ${test_tools})
+set(word.tests/usb_guest "test")
+set(may.tests/usb_guest "\"(service|tests/usb_guest)/${header}\"" "\"lib/lib_tavu_2\\.h\"")
 set(word.tests/fuzz "test")
 set(may.tests/fuzz "\"(lib|tests/fuzz)/${header}\"")
 
@@ -41,7 +43,7 @@ set(may.bench "\"(bench|lib|service|gui|sim)/${header}\"" ${toolkit} ${test_tool
 set(word.examples "example")
 set(may.examples "<lib_tavu_2\\.h>")
 
-set(folders lib service gui sim tests/lib tests/service tests/gui tests/sim tests/end_to_end tests/fuzz
+set(folders lib service gui sim tests/lib tests/service tests/gui tests/sim tests/end_to_end tests/usb_guest tests/fuzz
             tools bench examples)
 set(system_header "<[a-z_/0-9]+(\\.h)?>")
 set(faults 0)

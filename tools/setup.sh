@@ -4,6 +4,7 @@
 run_packages="libgtk-3-0 librsvg2-common adwaita-icon-theme fonts-dejavu-core xvfb"
 build_packages="g++ cmake ninja-build pkg-config libgtk-3-dev"
 test_packages="libgtest-dev libgmock-dev libbenchmark-dev clang clang-tidy clang-format libclang-rt-14-dev"
+usb_packages="qemu-system-x86 busybox-static cpio xz-utils"
 
 fail() {
     printf '%s: %s\n' "$(basename "$0")" "$1" >&2
