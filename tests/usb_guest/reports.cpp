@@ -12,7 +12,6 @@
 namespace {
 
 constexpr std::array<int, 16> kDataBytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
-constexpr std::size_t kLeastDataField = 8;
 constexpr std::size_t kShortest = 17;  // of a frame command
 
 enum Code : unsigned char {

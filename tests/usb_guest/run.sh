@@ -37,6 +37,7 @@ unpack_kernel() {
             cp "$file" "$cache/kernel/" || { say "the kernel has no module $module" && exit 1; }
         done
         find "$cache/kernel" -name '*.xz' -exec unxz {} +
+        # shellcheck disable=SC2086 # a list of words
         printf '%s\n' $order >"$cache/kernel/order" # last: it says that all is there
     )
     rm -rf "$cache/unpacked"
@@ -91,7 +92,7 @@ log=$cache/console${load}.log
 [ -e "$cache/kernel/order" ] || unpack_kernel
 make_initramfs
 if [ "$load" = --busy ]; then
-    for loop in 1 2; do
+    for _ in 1 2; do
         (while kill -0 $$; do :; done) 2>/dev/null & # never outlives this script
         loops="$loops $!"
     done
@@ -99,7 +100,7 @@ fi
 boot &
 wait $!
 if ! grep -aq '^verdict 0 ' "$log"; then
-    say "failed; the end of $log:"
-    tail -n 40 "$log" >&2
+    say "failed; what else $log says at its end:"
+    grep -avE '^(ok|FAILED) ' "$log" | tail -n 25 >&2
     exit 1
 fi
