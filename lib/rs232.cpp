@@ -1,9 +1,11 @@
 // lib/rs232.cpp - library: opens, locks, reads and writes a serial character device.
-// Uses POSIX only. Knows nothing of the module's protocol; keeps no state but the writers' turns and
-// the rests of cut commands.
+// Uses lib/stuck_close.h and POSIX. Knows nothing of the module's protocol; keeps no state but the
+// writers' turns and the rests of cut commands.
 // Thread: any.
 // SPDX-License-Identifier: MIT
 #include "lib/rs232.h"
+
+#include "lib/stuck_close.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -149,9 +151,9 @@ bool rest_write(Outlet& outlet, int fd, Clock::time_point end) {
     return outlet.rest_bytes == 0;
 }
 
-// Gives what was written time to leave, and discards what does not: otherwise the kernel waits up to
-// 30 s for a module that no longer drains its input.
-void output_leave(int fd) {
+// Gives what was written time to leave, and discards what does not. Result: whether nothing is left;
+// a USB serial driver does not let go of it.
+bool output_leave(int fd) {
     Outlet& outlet = outlet_of(fd);
     const std::lock_guard turn(outlet.turn);
     const auto end = Clock::now() + kLeaveWait;
@@ -161,10 +163,11 @@ void output_leave(int fd) {
     while (uninterrupted([&] { return ioctl(fd, TIOCOUTQ, &unsent); }) == RS232_OK && unsent > 0) {
         if (Clock::now() >= end) {
             uninterrupted([&] { return tcflush(fd, TCOFLUSH); });
-            return;
+            return false;
         }
         usleep(kLeaveCheck_us);
     }
+    return true;
 }
 
 bool data_bits_set(termios& settings, char digit) {
@@ -291,8 +294,12 @@ int port_claim(const char* path, const char*& problem) {
     return fd;
 }
 
-void port_release(int fd) {
+void port_release(int fd, void (*close_by)(int fd)) {
     uninterrupted([&] { return flock(fd, LOCK_UN); });
+    close_by(fd);
+}
+
+void plain_close(int fd) {
     close(fd);
 }
 
@@ -315,7 +322,7 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
     rest_keep(outlet_of(fd), fd, {});  // of one that was closed without us
     problem = port_configure(fd, settings);
     if (problem != nullptr) {
-        port_release(fd);
+        port_release(fd, plain_close);
         showDebugMsg(__LINE__, __func__, problem);
         return RS232_FAILED;
     }
@@ -354,7 +361,7 @@ int RS232_SendBuf(int fd, const unsigned char* bytes, int size) {
 }
 
 void RS232_CloseComport(int fd) {
-    output_leave(fd);
+    const bool has_left = output_leave(fd);
     int status = 0;
     if (lines_read(fd, status) != RS232_OK) {
         showDebugMsg(__LINE__, __func__, "unable to get portstatus");
@@ -364,7 +371,7 @@ void RS232_CloseComport(int fd) {
     if (lines_write(fd, status) != RS232_OK) {
         showDebugMsg(__LINE__, __func__, "unable to set portstatus");
     }
-    port_release(fd);
+    port_release(fd, has_left ? plain_close : tavu::stuck_close);
 }
 
 void RS232_flushRX(int fd) {

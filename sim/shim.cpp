@@ -16,6 +16,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -272,6 +273,10 @@ int close(int fd) {
     static auto* const real = sim::next_symbol<int(int)>("close");
     if (sim::port_of(fd) != nullptr) {
         sim::remember(fd, nullptr);  // before the number can be used again
+        if (sim::unsent_bytes.load() > 0) {
+            const timespec driver_wait = {30, 0};
+            nanosleep(&driver_wait, nullptr);
+        }
     }
     return real(fd);
 }

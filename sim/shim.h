@@ -25,6 +25,7 @@ void shim_fail(CallFault fault);
 void shim_fail_none();
 
 // What a simulated port says it has still to send; a pty itself never has anything. -1: ask the pty.
+// Above 0, a close waits for it for 30 s or until a signal comes, as a USB serial driver does.
 void shim_unsent(int bytes);
 
 // Descriptors on simulated ports that the product holds open now.
