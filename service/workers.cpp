@@ -112,6 +112,7 @@ void pass_send(const TRD_SEND_INFO& request, CAN_FRAME_INFO frame, int count) {
 }
 
 extern "C" void* TRD_send_fx(void* argument) {
+    pthread_setname_np(pthread_self(), "transmit");
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     auto& request = *static_cast<TRD_SEND_INFO*>(argument);
     CAN_FRAME_INFO& requested = request.info.can_frame_info;
@@ -191,6 +192,7 @@ void receive_batches(int com_port, const CAN_RECV_INFO& info) {
 }
 
 extern "C" void* TRD_recv_fx(void* argument) {
+    pthread_setname_np(pthread_self(), "receive");
     const auto& request = *static_cast<TRD_RECV_INFO*>(argument);
     if (request.info.is_normal) {
         receive_continuously(request.com_port);
