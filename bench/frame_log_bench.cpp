@@ -8,6 +8,8 @@
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -144,6 +146,74 @@ REDRAWS redraws_at(int rate, GSourceFunc tick) {
     return redraws;
 }
 
+// ---- Where the processor time goes ------------------------------------------------------------
+
+// Milliseconds of the main thread's processor time.
+struct SPENDING {
+    double tick;    // display timer
+    double update;  // redraws, from their begin to the layout
+    double layout;
+    double paint;
+    double whole;
+    int redraw_cnt;
+};
+SPENDING spending;
+double mark_ms;  // processor time when the phase of the redraw began
+
+double thread_ms() {
+    timespec used{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
+}
+
+void end_phase(double* phase) {
+    const double now_ms = thread_ms();
+    *phase += now_ms - mark_ms;
+    mark_ms = now_ms;
+}
+
+void on_before_paint(GdkFrameClock* /*clock*/, gpointer /*user_data*/) {
+    mark_ms = thread_ms();
+    ++spending.redraw_cnt;
+}
+
+void on_phase_over(GdkFrameClock* /*clock*/, gpointer phase) {
+    end_phase(static_cast<double*>(phase));
+}
+
+int timed_tick(gpointer user_data) {
+    const double start_ms = thread_ms();
+    update_BS_frame(user_data);
+    spending.tick += thread_ms() - start_ms;
+    return G_SOURCE_CONTINUE;
+}
+
+// Connected after the toolkit's own handlers, so each runs when its phase is over.
+void watch_redraws() {
+    GdkFrameClock* const clock = gtk_widget_get_frame_clock(windows->main_window);
+    g_signal_connect(clock, "before-paint", G_CALLBACK(on_before_paint), nullptr);
+    g_signal_connect_after(clock, "update", G_CALLBACK(on_phase_over), &spending.update);
+    g_signal_connect_after(clock, "layout", G_CALLBACK(on_phase_over), &spending.layout);
+    g_signal_connect_after(clock, "after-paint", G_CALLBACK(on_phase_over), &spending.paint);
+}
+
+void print_spending(int rate) {
+    spending = {};
+    const double start_ms = thread_ms();
+    redraws_at(rate, timed_tick);
+    spending.whole = thread_ms() - start_ms;
+    const double redraw = spending.update + spending.layout + spending.paint;
+    const double share = 100.0 / kRunLength_ms;
+    std::printf("at %6d records/s  a redraw costs %.2f ms: layout %.0f %%, painting %.0f %%\n",
+                rate, redraw / spending.redraw_cnt, 100 * spending.layout / redraw,
+                100 * spending.paint / redraw);
+    std::printf(
+        "  per cent of a core           %10.1f, of it display timer %.1f, %.0f redraws/s %.1f, "
+        "row heights and the rest %.1f\n",
+        spending.whole * share, spending.tick * share, spending.redraw_cnt * 1000.0 / kRunLength_ms,
+        redraw * share, (spending.whole - spending.tick - redraw) * share);
+}
+
 double rows_per_second(void (*insert)(const UPBS_INFO&, bool)) {
     const Clock::time_point start = Clock::now();
     for (int i = 0; i < kRowsTimed; ++i) {
@@ -187,6 +257,7 @@ void show_window(int* argc, char*** argv) {
         gtk_main_iteration();
     }
     g_signal_connect_after(windows->main_window, "draw", G_CALLBACK(on_draw), nullptr);
+    watch_redraws();
 }
 
 }  // namespace
@@ -194,6 +265,10 @@ void show_window(int* argc, char*** argv) {
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     show_window(&argc, &argv);
+
+    for (const int rate : {0, 200, 2'000, 10'000, 40'000}) {
+        print_spending(rate);
+    }
 
     const double rows_naive = rows_per_second(naive_insert);
     const double rows = rows_per_second(insert_single);
