@@ -4,8 +4,8 @@
 // PROGRAM, SHIM and UI_SCRIPT_MODULE come from the build.
 // Thread: main, the module's own, and one for the bare reader.
 // SPDX-License-Identifier: MIT
+#include "sim/link.h"
 #include "sim/port_table.h"
-#include "sim/pty_link.h"
 #include "sim/station.h"
 
 #include <fcntl.h>
@@ -145,7 +145,7 @@ double bare_reader_percent(double frames_per_s) {
     options.state.fd_config = {1, 2, 1, 2};
     options.state.running = {1, 1};
     const sim::Station station(options);
-    const sim::Descriptor port(open(station.pty_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const sim::Descriptor port(open(station.line_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     timespec used{};
     std::thread reader([&] {
         static std::array<char, 65'536> buffer;
