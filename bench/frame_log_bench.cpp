@@ -151,7 +151,7 @@ REDRAWS redraws_at(int rate, GSourceFunc tick) {
 // Milliseconds of the main thread's processor time.
 struct SPENDING {
     double tick;    // display timer
-    double update;  // redraws, from their begin to the layout
+    double update;  // redraws before their layout, when the view measures new rows
     double layout;
     double paint;
     double whole;
@@ -204,12 +204,14 @@ void print_spending(int rate) {
     spending.whole = thread_ms() - start_ms;
     const double redraw = spending.update + spending.layout + spending.paint;
     const double share = 100.0 / kRunLength_ms;
-    std::printf("at %6d records/s  a redraw costs %.2f ms: layout %.0f %%, painting %.0f %%\n",
-                rate, redraw / spending.redraw_cnt, 100 * spending.layout / redraw,
-                100 * spending.paint / redraw);
+    std::printf(
+        "at %6d records/s  a redraw costs %.2f ms: row heights %.0f %%, layout %.0f %%, painting "
+        "%.0f %%\n",
+        rate, redraw / spending.redraw_cnt, 100 * spending.update / redraw,
+        100 * spending.layout / redraw, 100 * spending.paint / redraw);
     std::printf(
         "  per cent of a core           %10.1f, of it display timer %.1f, %.0f redraws/s %.1f, "
-        "row heights and the rest %.1f\n",
+        "row heights between redraws and the rest %.1f\n",
         spending.whole * share, spending.tick * share, spending.redraw_cnt * 1000.0 / kRunLength_ms,
         redraw * share, (spending.whole - spending.tick - redraw) * share);
 }
