@@ -35,6 +35,10 @@ constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{{"NO", 40, "1000"},
                                                     {"DATA", 190, "DD DD DD DD DD DD DD DD"},
                                                     {"TIME", 105, "00:00:00:000"}}};
 
+static_assert(std::ranges::all_of(kColumns,
+                                  [](const LOG_COLUMN& column) { return column.title != nullptr; }),
+              "every column has its row");
+
 // One for each column; the columns own them.
 std::array<GtkCellRenderer*, COL_NUM> renderers;
 std::array<int, COL_NUM> cell_width_px;

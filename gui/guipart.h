@@ -30,9 +30,19 @@ using GObjectRef = std::unique_ptr<T, GObjectRelease>;
 using GText = std::unique_ptr<char, GTextRelease>;
 using GEventRef = std::unique_ptr<GdkEvent, GEventRelease>;
 
-// The widget `id` of an interface file; null when the file has none. The widget tree owns it.
+// Under which a builder keeps the name of its interface file.
+inline constexpr const char* kFileKey = "file";
+
+// The widget `id` of an interface file; null, with a warning, when the file has none. The widget
+// tree owns it.
 inline GtkWidget* lookup(GtkBuilder* builder, const char* id) {
-    return GTK_WIDGET(gtk_builder_get_object(builder, id));
+    GObject* object = gtk_builder_get_object(builder, id);
+    if (object == nullptr) {
+        const gpointer file = g_object_get_data(G_OBJECT(builder), kFileKey);
+        g_warning("%s has no widget \"%s\"", static_cast<const char*>(file), id);
+        return nullptr;
+    }
+    return GTK_WIDGET(object);
 }
 
 // One line of a panel's table: the widget id and the record field that keeps it.

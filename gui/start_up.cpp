@@ -38,6 +38,7 @@ GtkBuilder* load_interface(const char* file) {
         std::getchar();
         std::exit(EXIT_FAILURE);
     }
+    g_object_set_data(G_OBJECT(builder.get()), kFileKey, const_cast<char*>(file));
     return builder.release();
 }
 

@@ -7,7 +7,9 @@
 #include "sim/options.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <iomanip>
 #include <optional>
 #include <span>
 #include <sstream>
@@ -20,21 +22,32 @@ using Words = std::span<const std::string>;
 
 constexpr const char* kUnplugged = "unplugged";
 
-struct FaultName {
-    const char* name;
+struct FaultRow {
     Fault fault;
+    const char* name;
+    const char* help;  // of tavu-sim --help
 };
 
-constexpr std::array<FaultName, 8> kFaultNames{{
-    {"none", Fault::none},
-    {"silent", Fault::silent},
-    {"refusing", Fault::refusing},
-    {"slow", Fault::slow},
-    {"dribbling", Fault::dribbling},
-    {"garbage", Fault::garbage},
-    {"truncating", Fault::truncating},
-    {"deaf", Fault::deaf},
+constexpr std::array<FaultRow, kFaultCnt> kFaults{{
+    {Fault::none, "none", "no fault"},
+    {Fault::silent, "silent", "answers nothing"},
+    {Fault::refusing, "refusing", "refuses every command"},
+    {Fault::slow, "slow", "answers too late"},
+    {Fault::dribbling, "dribbling", "sends everything in small pieces"},
+    {Fault::garbage, "garbage", "sends rubbish between its reports"},
+    {Fault::truncating, "truncating", "ends every tenth report half-way"},
+    {Fault::deaf, "deaf", "never reads what it is sent"},
 }};
+
+constexpr bool faults_are_complete() {
+    for (std::size_t i = 0; i < kFaults.size(); ++i) {
+        if (kFaults.at(i).fault != static_cast<Fault>(i) || kFaults.at(i).help == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(faults_are_complete(), "every fault has its row, in the order of the enumerators");
 
 // The number in all of `text`, at most `highest`; none otherwise.
 std::optional<unsigned long> hex_number(const std::string& text, unsigned long highest) {
@@ -151,8 +164,20 @@ std::string control_station(Station& station, const std::string& verb, Words arg
 
 bool is_fault_name(const std::string& kind) {
     return kind == kUnplugged ||
-           std::any_of(kFaultNames.begin(), kFaultNames.end(),
-                       [&](const FaultName& entry) { return kind == entry.name; });
+           std::ranges::any_of(kFaults, [&](const FaultRow& row) { return kind == row.name; });
+}
+
+std::string fault_help(int indent) {
+    std::ostringstream text;
+    const auto line = [&](const char* name, const char* help) {
+        text << std::string(static_cast<std::size_t>(indent), ' ') << std::left << std::setw(12)
+             << name << help << '\n';
+    };
+    for (const FaultRow& row : kFaults) {
+        line(row.name, row.help);
+    }
+    line(kUnplugged, "is not there (plug it in with --control)");
+    return text.str();
 }
 
 void apply_fault(Station& station, const std::string& kind) {
@@ -160,9 +185,9 @@ void apply_fault(Station& station, const std::string& kind) {
         station.unplug();
         return;
     }
-    for (const FaultName& entry : kFaultNames) {
-        if (kind == entry.name) {
-            station.set_fault(entry.fault);
+    for (const FaultRow& row : kFaults) {
+        if (kind == row.name) {
+            station.set_fault(row.fault);
         }
     }
 }
@@ -211,6 +236,8 @@ void print_report(const Stations& stations, std::FILE* out) {
                      static_cast<unsigned long long>(counters.error_reports), port,
                      static_cast<unsigned long long>(counters.garbage), port,
                      static_cast<unsigned long long>(counters.truncated));
+        std::fprintf(out, "%s.unknown=%llu\n", port,
+                     static_cast<unsigned long long>(counters.unknown));
         std::fprintf(out, "%s.config=%s\n%s.fd_config=%s\n", port, hex_text(state.config).c_str(),
                      port, hex_text(state.fd_config).c_str());
     }

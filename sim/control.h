@@ -21,6 +21,8 @@ struct NamedStation {
 using Stations = std::vector<NamedStation>;
 
 bool is_fault_name(const std::string& kind);
+// What each fault does, a line each behind `indent` blanks.
+std::string fault_help(int indent);
 // Gives the station a fault by name; "unplugged" unplugs it.
 void apply_fault(Station& station, const std::string& kind);
 

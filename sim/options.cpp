@@ -57,15 +57,11 @@ Bus:
 Faults:
   -f, --fault [PORT=]KIND
                          start with a fault, on one port or on all:
-                           silent      answers nothing
-                           refusing    refuses every command
-                           slow        answers too late
-                           dribbling   sends everything in small pieces
-                           garbage     sends rubbish between its reports
-                           truncating  ends every tenth report half-way
-                           deaf        never reads what it is sent
-                           unplugged   is not there (plug it in with --control)
+)";
 
+constexpr int kFaultIndent = 27;
+
+constexpr const char* kHelpBehindFaults = R"(
 Observation and control:
   -r, --report[=FILE]    at the end print for each module, as key=value lines, the
                          frames from the host, the reports to it, the modem lines,
@@ -342,7 +338,7 @@ ParsedOptions parse_options(int argc, char** argv) {
             break;
         }
         if (choice == 'h') {
-            std::fputs(kHelp, stdout);
+            std::fputs((kHelp + fault_help(kFaultIndent) + kHelpBehindFaults).c_str(), stdout);
             return {{}, 0};
         }
         if (choice == kVersion) {

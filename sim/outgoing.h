@@ -25,7 +25,9 @@ enum class Fault {
     garbage,     // three bytes that start no report before every tenth report
     truncating,  // ends every tenth report half-way and is quiet for a moment
     deaf,        // never drains its input
+    kEnd
 };
+inline constexpr std::size_t kFaultCnt = static_cast<std::size_t>(Fault::kEnd);
 
 inline constexpr std::chrono::milliseconds kSlowReply{350};      // the host waits 150 ms
 inline constexpr std::chrono::milliseconds kTruncatedQuiet{50};  // longer than a reader waits on

@@ -224,10 +224,12 @@ void Station::Impl::read_in() {
     if (count == 0) {
         return;
     }
+    const std::uint64_t skipped_before = reader.skipped();
     reader.feed(ByteView(buffer).first(count));
     while (const std::optional<Command> command = reader.next()) {
         handle(*command);
     }
+    counters.unknown += reader.skipped() - skipped_before;
     changed.notify_all();
 }
 

@@ -60,6 +60,7 @@ struct StationCounters {
     std::uint64_t error_reports = 0;
     std::uint64_t garbage = 0;    // pieces of garbage put between reports
     std::uint64_t truncated = 0;  // frame reports that were cut
+    std::uint64_t unknown = 0;    // bytes from the host that start no command the module knows
 };
 
 // A module at work. Its device path leads to it while it lives, for programs behind the serial shim

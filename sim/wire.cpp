@@ -130,6 +130,7 @@ std::optional<Command> CommandReader::next() {
         const std::size_t length = command_length(rest);
         if (length == kUnknown) {
             ++start_;
+            ++skipped_;
             continue;
         }
         if (length == kNeedsMore || rest.size() < length) {

@@ -53,12 +53,15 @@ class CommandReader {
     void feed(ByteView bytes);
     // The next complete command, none when more bytes are needed.
     std::optional<Command> next();
+    // Bytes skipped so far, each of which starts no command the module knows.
+    [[nodiscard]] std::uint64_t skipped() const { return skipped_; }
 
   private:
     std::size_t resume_after_damage(std::size_t length) const;
 
     Bytes pending_;
     std::size_t start_ = 0;  // first byte of pending_ that is not consumed
+    std::uint64_t skipped_ = 0;
 };
 
 // The frame inside a 0xE0 or 0xF0 command; none when it names no channel of the module.

@@ -138,6 +138,7 @@ wait-log "Disconnect device successfully !" 10
 close
 )");
     EXPECT_EQ(wire, kSessionOnTheWire);
+    EXPECT_THAT(report, HasSubstr("ttyACM0.unknown=0\n"));
 }
 
 TEST_F(Session, ListsModulesInPortOrderAndShowsEveryFrameOfABurstButTheOneCutShort) {
