@@ -20,8 +20,16 @@ namespace {
 // again at once and would starve the window.
 constexpr gint64 kTickBudget_us = 1000;
 
-// The window is drawn before the next tick.
-bool redraw_comes_first = false;
+// Traffic above this, more than a channel of 1 Mbit/s brings in frames of 8 bytes, is shown in steps:
+// at every tick, most rows would be wiped before they are drawn, and measuring them for the view
+// costs more than all else. Between the steps records wait in their rings, which hold seconds of it.
+constexpr gint64 kBusy_records_per_ms = 12;
+constexpr gint64 kBusyPause_us = 30'000;
+// After a long tick otherwise: a shown batch lets the next one begin, so batches are not held up.
+constexpr gint64 kRedrawPause_us = 2000;
+
+gint64 last_drain_us = 0;
+gint64 paused_until_us = 0;  // ticks of the main loop are passed over until then
 
 KEY_PRESS_INFO key_info_r{ETY_NUM, 0};
 
@@ -74,15 +82,17 @@ bool show_received() {
 }
 
 // Takes one sent record, then received and sent ones in turn until both rings are empty; while a
-// batch is being collected, only the first.
-void drain_rings() {
-    show_sent();
+// batch is being collected, only the first. Returns how many were taken.
+int drain_rings() {
+    int taken_cnt = show_sent() ? 1 : 0;
     bool more = true;
     while (more && (is_recv_normal || is_done_non_block)) {
         const bool received = show_received();
         const bool sent = show_sent();
         more = received || sent;
+        taken_cnt += (received ? 1 : 0) + (sent ? 1 : 0);
     }
+    return taken_cnt;
 }
 
 int number_of(int ety) {
@@ -112,17 +122,13 @@ void show_reports() {
     }
 }
 
-int on_redrawn(gpointer /*user_data*/) {
-    redraw_comes_first = false;
-    return G_SOURCE_REMOVE;
-}
-
-// Only a tick of the main loop can starve the loop.
-void let_window_redraw() {
-    if (g_main_current_source() != nullptr) {
-        redraw_comes_first = true;
-        g_idle_add_full(GDK_PRIORITY_REDRAW + 1, on_redrawn, nullptr, nullptr);
+// How long the main loop may pass over ticks after one that began at `start_us`.
+gint64 pause_us(int taken_cnt, gint64 start_us) {
+    const bool is_busy = taken_cnt * 1000 > kBusy_records_per_ms * (start_us - last_drain_us);
+    if (is_busy && is_recv_normal) {
+        return kBusyPause_us;
     }
+    return g_get_monotonic_time() - start_us > kTickBudget_us ? kRedrawPause_us : 0;
 }
 
 }  // namespace
@@ -152,19 +158,21 @@ void bs_init() {
 }
 
 int update_BS_frame(gpointer /*user_data*/) {
-    if (redraw_comes_first) {
+    const gint64 start_us = g_get_monotonic_time();
+    const bool in_main_loop = g_main_current_source() != nullptr;
+    if (in_main_loop && start_us < paused_until_us) {
         return G_SOURCE_CONTINUE;
     }
-    const gint64 start_us = g_get_monotonic_time();
-    drain_rings();
+    const int taken_cnt = drain_rings();
     frame_log_flush();
     if (!is_recv_normal) {
         batch_shown();
     }
     show_reports();
-    if (g_get_monotonic_time() - start_us > kTickBudget_us) {
-        let_window_redraw();
+    if (const gint64 pause = pause_us(taken_cnt, start_us); pause > 0) {
+        paused_until_us = g_get_monotonic_time() + pause;
     }
+    last_drain_us = start_us;
     return G_SOURCE_CONTINUE;
 }
 

@@ -103,3 +103,20 @@ TEST_F(BusStatus, HeavyTicksLoseNothingAndLeaveTheWindowTimeToRedraw) {
     EXPECT_EQ(shown({bs_info.label_content[BS_LABEL_SEND1_C]}), "30000|");
     EXPECT_EQ(shown({bs_info.label_content[BS_LABEL_RECV1_C]}), "20000|");
 }
+
+// The next frames come when the last ones have been shown, so that every step counts.
+TEST_F(BusStatus, FloodedBusIsShownInStepsOfThirtyMilliseconds) {
+    constexpr int kSteps = 20;
+    constexpr int kFramesPerStep = 500;
+    const gint64 start_us = g_get_monotonic_time();
+    const Widgets count{bs_info.label_content[BS_LABEL_RECV1_C]};
+    for (int step = 1; step <= kSteps; ++step) {
+        queue(0, kFramesPerStep);
+        const std::string expected = std::to_string(step * kFramesPerStep) + "|";
+        ASSERT_TRUE(run_until([&] { return shown(count) == expected; }));
+    }
+    EXPECT_GE(g_get_monotonic_time() - start_us, (kSteps - 1) * 30'000);
+    queue(0, 1);
+    update_BS_frame(nullptr);  // not the main loop's: no pause
+    EXPECT_EQ(shown(count), "10001|");
+}
