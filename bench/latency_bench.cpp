@@ -1,5 +1,5 @@
-// bench/latency_bench.cpp - benchmark: from the write of the first report after a silence to its record:
-// a receiver that waits when nothing is there, beside one that spins.
+// bench/latency_bench.cpp - benchmark: from the write of the first report after a silence to its
+// record: a receiver that waits when nothing is there, beside one that spins.
 // Uses lib/lib_tavu_2.h and bench/wire_pair.h. Thread: one writes, the main thread receives.
 // SPDX-License-Identifier: MIT
 #include "lib/lib_tavu_2.h"

@@ -67,8 +67,8 @@
  * Cancelling a thread (pthread_cancel, deferred) inside TAVUSend, TAVUSend_CANFD, TAVUSleep or
  * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. It takes effect in the
  * waits and is put off during a write, 100 ms at most (and as long again behind another writer of
- * the port), so a frame command is written whole or not at all; if the port has room for a part of it
- * only during all that time, the call fails and the rest goes out before the next command.
+ * the port), so a frame command is written whole or not at all; if the port has room for a part of
+ * it only during all that time, the call fails and the rest goes out before the next command.
  */
 #ifndef LIB_TAVU_2_H
 #define LIB_TAVU_2_H
@@ -440,9 +440,9 @@ TAVU_API int TAVUSend_CANFD(int com_port, CAN_FRAME_INFO info);
 /*
  * Takes one report of any kind off the port. TAVU_NO_REPORT: nothing pending (at once, except in
  * waiting read mode), a header that is unknown (3 bytes are dropped) or incomplete after 2 ms, a
- * body that stopped for 20 ms, an empty bus-error report, a frame that the range filter removed (the
- * record is all zero then, untouched otherwise), or the caller's mistake. Clear the record before
- * each call: only the fields of the kind are set.
+ * body that stopped for 20 ms, an empty bus-error report, a frame that the range filter removed
+ * (the record is all zero then, untouched otherwise), or the caller's mistake. Clear the record
+ * before each call: only the fields of the kind are set.
  *
  * Input is read in bulk into a buffer of the port and handed out from there; an exchange discards
  * that too. A report that stopped arriving is not lost: its bytes are kept, and when more come, a
@@ -473,8 +473,8 @@ TAVU_API int DecodeDLC_CANFD(int code);
 /* ---- Extensions ---- */
 
 /*
- * Waits until the port has input that was not taken yet, `timeout_ms` is over (0 or less: does not wait) or the wait is
- * cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at once). On a port that
+ * Waits until the port has input that was not taken yet, `timeout_ms` is over (0 or less: does not
+ * wait) or the wait is cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at once). On a port that
  * hung up the time is waited out, so that its caller does not spin.
  */
 TAVU_API int TAVUWaitReceive(int com_port, int timeout_ms);
@@ -493,8 +493,8 @@ TAVU_API void TAVUCancelReceive(int com_port);
 TAVU_API void TAVUSleep(int microseconds);
 
 /*
- * What arrived and reception could not use, counted for the process; all ports and threads together.
- * A report is counted when it is given up: see TAVUReceive_CANFD.
+ * What arrived and reception could not use, counted for the process; all ports and threads
+ * together. A report is counted when it is given up: see TAVUReceive_CANFD.
  */
 typedef struct {
     uint64_t header_short;    /* reports of which at most 2 bytes came and then no rest */

@@ -16,6 +16,9 @@
 namespace tavu {
 namespace {
 
+// A sender that trickles bytes must not keep a receiver from its other work; the next call goes on.
+constexpr std::chrono::milliseconds kLongestCall{100};
+
 // ---- Bytes off the port ----
 
 // Pairs with input_discard: what was in the buffer when input was discarded goes as well.
@@ -28,11 +31,16 @@ void discards_follow(COM_NODE& node) {
 }
 
 // One read of what is there, by RS232_PollComport or RS232_ReadPending. Result: whether any came.
+// What was discarded meanwhile came before it.
 bool input_read(COM_NODE& node, int (*read)(int, unsigned char*, int)) {
     const std::span<unsigned char> room = input_room(node.input);
     const int count = read(node.fd, room.data(), static_cast<int>(room.size()));
+    if (count <= 0) {
+        return false;
+    }
+    discards_follow(node);
     input_added(node.input, static_cast<std::size_t>(count));
-    return count > 0;
+    return true;
 }
 
 bool is_at_end(const ReportInput& input) {
@@ -53,7 +61,11 @@ Bytes report_receive(COM_NODE& node, const Dialect& dialect) {
         has_read = true;
     }
     Step step = input_step(input, dialect, false);
-    while (step.outcome == Outcome::kMore) {
+    if (step.outcome == Outcome::kReport) {
+        return step.report;
+    }
+    const auto end = std::chrono::steady_clock::now() + kLongestCall;
+    while (step.outcome == Outcome::kMore && std::chrono::steady_clock::now() < end) {
         const bool has_come =
             (!has_read && input_read(node, RS232_ReadPending)) ||
             (RS232_WaitInput(node.fd, step.gap) && input_read(node, RS232_ReadPending));

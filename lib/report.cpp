@@ -1,4 +1,4 @@
-// lib/report.cpp - library: the reports a module sends: their lengths, their closings, their records.
+// lib/report.cpp - library: the reports a module sends: lengths, closings, records.
 // Uses lib/link.h for the byte order. Looks at bytes only: no port, no buffer, no counters.
 // Thread: any.
 // SPDX-License-Identifier: MIT
@@ -228,7 +228,7 @@ bool is_plausible(Bytes report) {
     const unsigned int id = uchar_2_uint(report.data() + id_offset(report[0]));
     return (frame.CAN_port == TAVU_CAN_1 || frame.CAN_port == TAVU_CAN_2) &&
            id <= (frame.id_type == TAVU_SID ? kStandardIdMax : kExtendedIdMax) &&
-           (is_fd ? (report[2] & ~kFdFlagBits) == 0 : frame.dlc <= kLeastDataField);
+           (!is_fd || (report[2] & ~kFdFlagBits) == 0);
 }
 
 bool report_decode(Bytes report, CAN_FRAME_INFO& info) {

@@ -29,7 +29,7 @@ enum class Closing : unsigned char { kAny, kEndOfLine, kChecksum };
 // Of a whole report: CR LF behind the sum of all bytes before, CR LF alone, or neither.
 Closing closing_of(Bytes report);
 
-// Whether a module can have sent this whole report: channel, DLC and identifier in their ranges.
+// Whether a module can have sent this whole report: channel, identifier and flags in their ranges.
 bool is_plausible(Bytes report);
 
 // Fills the fields of the report's kind. Result: whether there is something to tell; a bus-error

@@ -1,4 +1,4 @@
-// lib/report_input.cpp - library: cuts reports out of a port's input buffer, in step and out of step.
+// lib/report_input.cpp - library: cuts reports out of a port's input, in step and out of step.
 // Uses lib/report.h, the loss counters of lib/link.h. Does no I/O.
 // Thread: the port's receiver.
 // SPDX-License-Identifier: MIT
@@ -79,7 +79,7 @@ Judgement part_dropped(ReportInput& input) {
 
 // ---- Whole reports ----
 
-// How a report has to end on a port whose last one closed like that: the sum may be any.
+// How a report has to end on a port whose reports close so: the sum may be any.
 Closing expected_end(const ReportInput& input) {
     return std::min(input.closing, Closing::kEndOfLine);
 }
@@ -90,14 +90,34 @@ bool is_exactly_a_report(Bytes bytes, const Dialect& dialect, Closing end) {
            closing_of(bytes) >= end;
 }
 
-// Whether a report begins there that is either complete and has that end or has not come whole; or
-// nothing has.
-bool is_continued(Bytes bytes, const Dialect& dialect, Closing end) {
+// Whether the stream goes on there: with nothing, with a report that has not come whole, or with
+// reports of which one ends in CR LF, however those before it close.
+bool is_continued(Bytes bytes, const Dialect& dialect) {
+    while (bytes.size() >= dialect.unit) {
+        const std::size_t length = dialect.report_length(bytes);
+        if (length == 0 || length > bytes.size()) {
+            return length != 0;
+        }
+        const Bytes report = bytes.first(length);
+        if (!is_plausible(report)) {
+            return false;
+        }
+        if (closing_of(report) >= Closing::kEndOfLine) {
+            return true;
+        }
+        bytes = bytes.subspan(length);
+    }
+    return bytes.empty();
+}
+
+// Whether a report stands there that has that end, and the stream goes on behind it.
+bool begins_with_report(Bytes bytes, const Dialect& dialect, Closing end) {
     if (bytes.size() < dialect.unit) {
-        return bytes.empty();
+        return false;
     }
     const std::size_t length = dialect.report_length(bytes);
-    return length > bytes.size() || (length != 0 && closing_of(bytes.first(length)) >= end);
+    return length != 0 && bytes.size() >= length && closing_of(bytes.first(length)) >= end &&
+           is_continued(bytes.subspan(length), dialect);
 }
 
 // What may begin at a place where no report is due: that takes more than a header.
@@ -155,33 +175,27 @@ std::size_t inner_report(const ReportInput& input, const Dialect& dialect, std::
 
 // ---- In step ----
 
-// A complete report that does not close as the last one did: bytes of it are missing, or there are
-// some too many, or the module closes its reports one way and another.
-bool is_believed(const ReportInput& input, const Dialect& dialect, Bytes report) {
-    const Bytes next = at_hand(input).subspan(report.size());
-    if (inner_report(input, dialect, report.size()) != 0) {
-        return false;
-    }
-    return next.empty() || (!input.is_on_trial && is_plausible(report) &&
-                            (closing_of(report) >= expected_end(input) ||
-                             is_continued(next, dialect, input.closing)));
-}
-
 // What stands in and behind a doubtful report tells, once there is enough of it.
 bool is_open_to_doubt(const ReportInput& input, Bytes report, bool is_silent) {
     return !is_silent && at_hand(input).size() < report.size() + kLongestReport;
 }
 
+// A complete report that does not close as those before it did: bytes of it are missing, or there
+// are some too many, or the module closes its reports one way and another.
 Judgement doubtful_judged(ReportInput& input, const Dialect& dialect, Bytes report,
                           bool is_silent) {
     if (is_open_to_doubt(input, report, is_silent)) {
         return Step{Outcome::kMore, {}, kBodyGap};
     }
-    if (is_believed(input, dialect, report)) {
+    const std::size_t inner = inner_report(input, dialect, report.size());
+    const Bytes next = at_hand(input).subspan(report.size());
+    const bool is_going_on =
+        next.empty() || (is_plausible(report) && (closing_of(report) >= expected_end(input) ||
+                                                  is_continued(next, dialect)));
+    if (inner == 0 && is_going_on) {
         return report_taken(input, report, closing_of(report));
     }
     loss_add(loss.body_incomplete);
-    const std::size_t inner = inner_report(input, dialect, report.size());
     input.begin += inner;
     if (inner == 0) {
         search_begin(input);
@@ -219,20 +233,20 @@ Judgement part_judged(ReportInput& input, const Dialect& dialect, bool is_silent
         return part_dropped(input);
     }
     if (bytes.size() < length) {
-        // A whole report by itself does not wait for others to complete the part before it.
+        // Whole reports do not wait for others to complete the part before them.
         if (is_silent &&
-            is_exactly_a_report(bytes.subspan(input.part), dialect, expected_end(input))) {
+            begins_with_report(bytes.subspan(input.part), dialect, expected_end(input))) {
             return part_dropped(input);
         }
         return more_or_nothing(input, is_silent, has_header ? kBodyGap : dialect.unit_gap);
     }
     const Bytes report = bytes.first(length);
     const Closing closing = closing_of(report);
-    if (closing < input.closing && is_open_to_doubt(input, report, is_silent)) {
+    const bool is_doubtful = closing != Closing::kChecksum;
+    if (is_doubtful && is_open_to_doubt(input, report, is_silent)) {
         return Step{Outcome::kMore, {}, kBodyGap};
     }
-    if (closing == Closing::kAny ||
-        (closing < input.closing && inner_report(input, dialect, length) != 0)) {
+    if (closing == Closing::kAny || (is_doubtful && inner_report(input, dialect, length) != 0)) {
         return part_dropped(input);
     }
     input.part = 0;

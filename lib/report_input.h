@@ -15,15 +15,16 @@
 
 namespace tavu {
 
-// A terminal hands out at most 4096 bytes a read, and a search looks at no more than that many.
+// A terminal hands out at most this many bytes a read.
 inline constexpr std::size_t kReadBytes = 4096;
 
 // What a port has delivered and no call has taken yet: bytes `begin` to `end`.
 //
 // In step, a report is believed by its header, whatever its closing bytes are, as long as nothing
-// speaks against it. Two things do. A report that does not close as the one before it did is
-// dropped when a whole report begins inside it, or when no report begins behind it. And the part of
-// a report that stopped arriving is kept, but believed only if what completes it ends in CR LF.
+// speaks against it. Two things do. A report that does not close as those before it did is
+// dropped when a whole report begins inside it, or when something else than reports is behind it.
+// And the part of a report that stopped arriving is kept, but believed only if what completes it
+// ends in CR LF.
 //
 // Out of step (after such a drop, or two unknown headers in a row) the next place is sought where a
 // plausible report, complete, closes as the reports of this port do. On a port whose reports do not
@@ -37,7 +38,7 @@ struct ReportInput {
     std::size_t sought = 0;  // out of step: no report begins before this place
     std::size_t passed = 0;  // bytes passed over since the stream got out of step
     std::uint32_t discards_seen = 0;
-    Closing closing = Closing::kAny;  // that of the last two reports taken, the lesser one
+    Closing closing = Closing::kAny;  // the lesser of those of the last two reports taken
     Closing last_closing = Closing::kChecksum;
     bool is_in_step = true;
     bool is_on_trial = false;   // an unknown header or a discard came before this place

@@ -43,7 +43,7 @@ using Clock = std::chrono::steady_clock;
 
 // A module that drains its input at all makes room within a few milliseconds.
 constexpr std::chrono::milliseconds kRoomWait{100};
-// A terminal may make room without waking those who wait for it, so a write is tried after this time.
+// A terminal may make room without waking those who wait for it, so a write is tried then.
 constexpr std::chrono::milliseconds kRoomTry{5};
 // On close: at 9600 bit/s, which a real line may run at, 480 bytes.
 constexpr std::chrono::milliseconds kLeaveWait{500};
@@ -87,8 +87,8 @@ class Uncancelled {
     int usual_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Writers of a descriptor take turns, or a command could land inside another on a full port, and the
-// terminal would turn the second writer away. The rest of a command that was cut goes out before
+// Writers of a descriptor take turns, or a command could land inside another on a full port, and
+// the terminal would turn the second writer away. The rest of a command that was cut goes out before
 // anything else does, or the module would take the next command for it. Only a process with more
 // descriptors than places has some that share one; they take turns too, and one has its rest kept.
 struct Outlet {
@@ -151,14 +151,24 @@ bool rest_write(Outlet& outlet, int fd, Clock::time_point end) {
     return outlet.rest_bytes == 0;
 }
 
-// Gives what was written time to leave, and discards what does not. Result: whether nothing is left;
-// a USB serial driver does not let go of it.
+void rest_drop(int fd) {
+    Outlet& outlet = outlet_of(fd);
+    const std::lock_guard turn(outlet.turn);
+    if (outlet.rest_fd == fd) {
+        outlet.rest_bytes = 0;
+    }
+}
+
+// Gives what was written time to leave, and discards what does not. Result: whether nothing is
+// left; a USB serial driver does not let go of it.
 bool output_leave(int fd) {
     Outlet& outlet = outlet_of(fd);
     const std::lock_guard turn(outlet.turn);
     const auto end = Clock::now() + kLeaveWait;
     rest_write(outlet, fd, end);
-    rest_keep(outlet, fd, {});
+    if (outlet.rest_fd == fd) {
+        outlet.rest_bytes = 0;
+    }
     int unsent = 0;
     while (uninterrupted([&] { return ioctl(fd, TIOCOUTQ, &unsent); }) == RS232_OK && unsent > 0) {
         if (Clock::now() >= end) {
@@ -319,7 +329,7 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
         showDebugMsg(__LINE__, __func__, problem);
         return RS232_FAILED;
     }
-    rest_keep(outlet_of(fd), fd, {});  // of one that was closed without us
+    rest_drop(fd);  // of one that was closed without us
     problem = port_configure(fd, settings);
     if (problem != nullptr) {
         port_release(fd, plain_close);

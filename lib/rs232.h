@@ -40,8 +40,8 @@ int RS232_PollComport(int fd, unsigned char* buffer, int size);
 // these bytes was written.
 int RS232_SendBuf(int fd, const unsigned char* bytes, int size);
 
-// Gives what is not sent yet up to 500 ms to leave and discards the rest; lowers DTR and RTS, releases
-// the lock and closes. Never fails towards the caller.
+// Gives what is not sent yet up to 500 ms to leave and discards the rest; lowers DTR and RTS,
+// releases the lock and closes. Never fails towards the caller.
 void RS232_CloseComport(int fd);
 
 // Discards input that has arrived and was not read.

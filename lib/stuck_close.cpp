@@ -11,14 +11,18 @@
 namespace tavu {
 namespace {
 
-// The first signal should not come before the close waits; those behind it make up for one that did.
+// The first signal should not come before the close waits; those behind it make up for that.
 constexpr long kInterval_ns = 5'000'000;
 
-// A signal that nothing in the process has set; 0 if there is none.
+// A signal that nothing in the process has set, and that the calling thread does not keep blocked
+// to fetch it in another way; 0 if there is none.
 int signal_unused() {
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
         struct sigaction present {};
-        if (sigaction(number, nullptr, &present) == 0 && present.sa_handler == SIG_DFL) {
+        if (sigaction(number, nullptr, &present) == 0 && present.sa_handler == SIG_DFL &&
+            sigismember(&blocked, number) == 0) {
             return number;
         }
     }

@@ -200,6 +200,34 @@ TEST_F(Receive, StreamOutOfStepIsTakenUpAgainUnlessItsReportsCloseOtherwise) {
     }
 }
 
+TEST_F(Receive, PartAtHandNeitherKeepsABatchNorSpinsAWait) {
+    receive("E1 81 00", TAVU_NO_REPORT);
+    batch_.interval = 20;
+    const auto start = Clock::now();
+    EXPECT_EQ(TAVUReceiveNonblock(kPort, &batch_), 0);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(2)) << "waited in each attempt";
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(TAVUWaitReceive(kPort, 1), TAVU_FAILURE);
+        EXPECT_EQ(TAVUReceive_CANFD(kPort, records_.data()), TAVU_NO_REPORT);
+    }
+}
+
+TEST_F(Receive, TrickleOutOfStepEndsACallAllTheSame) {
+    receive(kFrame, TAVU_REPORT);
+    receive("55 00 00", TAVU_NO_REPORT);
+    receive("55 00 00", TAVU_NO_REPORT);
+    const std::jthread trickle([&](const std::stop_token& stop) {
+        for (int i = 0; i < 1000 && !stop.stop_requested(); ++i) {
+            module_.send_to_host(hex("55"));
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    ASSERT_TRUE(RS232_WaitInput(module_.node->fd, kLimit));
+    const auto start = Clock::now();
+    EXPECT_EQ(TAVUReceive_CANFD(kPort, records_.data()), TAVU_NO_REPORT);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+}
+
 TEST_F(Receive, TimeTextFollowsTheSecond) {
     const std::string second = host_time().substr(0, 8);
     while (host_time().starts_with(second)) {
