@@ -84,10 +84,9 @@ Closing expected_end(const ReportInput& input) {
     return std::min(input.closing, Closing::kEndOfLine);
 }
 
-// Whether those are the bytes of one report to the last, with that end.
-bool is_exactly_a_report(Bytes bytes, const Dialect& dialect, Closing end) {
-    return bytes.size() >= dialect.unit && dialect.report_length(bytes) == bytes.size() &&
-           closing_of(bytes) >= end;
+// Whether those are the bytes of one report to the last, whatever its end.
+bool is_exactly_a_report(Bytes bytes, const Dialect& dialect) {
+    return bytes.size() >= dialect.unit && dialect.report_length(bytes) == bytes.size();
 }
 
 // Whether the stream goes on there: with nothing, with a report that has not come whole, or with
@@ -310,7 +309,7 @@ Judgement out_of_step_judged(ReportInput& input, const Dialect& dialect, bool is
         return plainly_judged(input, dialect, is_silent);
     }
     const Bytes bytes = at_hand(input);
-    if (is_silent && is_exactly_a_report(bytes, dialect, Closing::kAny)) {
+    if (is_silent && is_exactly_a_report(bytes, dialect)) {
         return report_taken(input, bytes, closing_of(bytes));
     }
     passed_over(input, input.sought);

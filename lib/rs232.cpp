@@ -151,9 +151,8 @@ bool rest_write(Outlet& outlet, int fd, Clock::time_point end) {
     return outlet.rest_bytes == 0;
 }
 
-void rest_drop(int fd) {
-    Outlet& outlet = outlet_of(fd);
-    const std::lock_guard turn(outlet.turn);
+// Under the outlet's turn, as all that touches a rest.
+void rest_drop(Outlet& outlet, int fd) {
     if (outlet.rest_fd == fd) {
         outlet.rest_bytes = 0;
     }
@@ -166,9 +165,7 @@ bool output_leave(int fd) {
     const std::lock_guard turn(outlet.turn);
     const auto end = Clock::now() + kLeaveWait;
     rest_write(outlet, fd, end);
-    if (outlet.rest_fd == fd) {
-        outlet.rest_bytes = 0;
-    }
+    rest_drop(outlet, fd);
     int unsent = 0;
     while (uninterrupted([&] { return ioctl(fd, TIOCOUTQ, &unsent); }) == RS232_OK && unsent > 0) {
         if (Clock::now() >= end) {
@@ -329,7 +326,10 @@ int RS232_OpenComport(const char* path, int baudrate_bps, const char* mode) {
         showDebugMsg(__LINE__, __func__, problem);
         return RS232_FAILED;
     }
-    rest_drop(fd);  // of one that was closed without us
+    {
+        const std::lock_guard turn(outlet_of(fd).turn);
+        rest_drop(outlet_of(fd), fd);  // of one that was closed without us
+    }
     problem = port_configure(fd, settings);
     if (problem != nullptr) {
         port_release(fd, plain_close);
