@@ -1,4 +1,5 @@
-# Holds every #include line against the layer table, and the first line of every file against its path.
+# Holds every #include line against the layer table, the first line of every file against its path, and its length
+# against the limit.
 # Run as: cmake -DROOT=<source folder> -P cmake/layers.cmake
 cmake_minimum_required(VERSION 3.24)
 
@@ -45,6 +46,7 @@ set(may.examples "<lib_tavu_2\\.h>")
 
 set(folders lib service gui sim tests/lib tests/service tests/gui tests/sim tests/end_to_end tests/usb_guest tests/fuzz
             tools bench examples)
+set(most_lines 500)
 set(system_header "<[a-z_/0-9]+(\\.h)?>")
 set(faults 0)
 
@@ -75,6 +77,12 @@ foreach(folder IN LISTS folders)
     file(STRINGS ${ROOT}/${source} first_line LIMIT_COUNT 1)
     if(NOT first_line MATCHES "^(// |/\\* )${source} - ${word.${folder}}: .+")
       fault("the first line must read '// ${source} - ${word.${folder}}: ...'")
+    endif()
+    file(READ ${ROOT}/${source} text)
+    string(REGEX MATCHALL "\n" line_ends "${text}")
+    list(LENGTH line_ends lines)
+    if(lines GREATER most_lines)
+      fault("${lines} lines, ${most_lines} are allowed")
     endif()
     file(STRINGS ${ROOT}/${source} includes REGEX "^#[ ]*include")
     foreach(line IN LISTS includes)

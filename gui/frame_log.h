@@ -1,5 +1,4 @@
 // gui/frame_log.h - user interface: cell texts of the frame log, and adding many rows at once.
-// May be included by gui/frame_log.cpp, gui/bus_status.cpp, tests/gui and bench/.
 // SPDX-License-Identifier: MIT
 #ifndef GUI_FRAME_LOG_H
 #define GUI_FRAME_LOG_H

@@ -1,5 +1,5 @@
 // gui/guipart.h - user interface: panel records, shared state and the calls between panels.
-// May be included by gui/ and tests/gui. Everything here is used on the main thread only.
+// Thread: main.
 // SPDX-License-Identifier: MIT
 #ifndef GUI_GUIPART_H
 #define GUI_GUIPART_H

@@ -1,5 +1,4 @@
 // gui/key_filter.h - user interface: the rules of the entry key filter, free of widgets.
-// May be included by gui/key_filter.cpp and tests/gui.
 // SPDX-License-Identifier: MIT
 #ifndef GUI_KEY_FILTER_H
 #define GUI_KEY_FILTER_H

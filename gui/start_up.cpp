@@ -3,6 +3,7 @@
 // Thread: main, before any worker runs.
 // SPDX-License-Identifier: MIT
 #include "gui/guipart.h"
+#include "gui/version.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +20,7 @@ int com_port = -1;
 
 namespace {
 
-constexpr const char* title_top = "TAVU Utility v1.0.2";
+constexpr const char* title_top = "TAVU Utility v" TAVU_UTILITY_VERSION;
 constexpr const char* kIconPath = "./icon/CANbus.ico";
 constexpr int kMinWidth_px = 800;
 constexpr int kMinHeight_px = 600;

@@ -175,7 +175,7 @@ int TAVUShowVer(int com_port, VER_INFO* info) {
     const int firmware_result = exchange(com_port, show_ver_cmd, firmware);
     std::array<unsigned char, 2> model{};
     const int model_result = TAVUGetBLDID(com_port, model.data());
-    std::snprintf(info->api, sizeof info->api, "3.1.0");
+    std::snprintf(info->api, sizeof info->api, TAVU_LIB_VERSION);
     if (firmware_result != TAVU_SUCCESS || model_result != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }

@@ -76,15 +76,14 @@
 #include <stdbool.h>
 #include <stdint.h>
 
-#if defined(__GNUC__)
 #define TAVU_API __attribute__((visibility("default")))
-#else
-#define TAVU_API
-#endif
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Version of this library: VER_INFO's `api`, and the file name of the shared library. */
+#define TAVU_LIB_VERSION "3.1.0"
 
 /* Sizes: port numbers, channels of a module, entries of a range-filter table. */
 enum { TAVU_PORT_CNT = 68, TAVU_CHANNEL_CNT = 2, TAVU_RANGE_CNT = 16 };
@@ -94,22 +93,16 @@ enum { TAVU_SUCCESS = 0, TAVU_FAILURE = 1, TAVU_READ_MODE_FAILURE = -1 };
 /* Results of TAVUReceive and TAVUReceive_CANFD. */
 enum { TAVU_NO_REPORT = 0, TAVU_REPORT = 1 };
 
-/* Channel. */
-enum { TAVU_CAN_1 = 0, TAVU_CAN_2 = 1 };
-/* State of a channel's CAN controller. */
-enum { TAVU_INACTIVE = 0, TAVU_ACTIVE = 1 };
-/* Operating mode: a listening channel neither sends nor acknowledges. */
-enum { TAVU_NORMAL = 0, TAVU_LISTEN = 1 };
+enum { TAVU_CAN_1 = 0, TAVU_CAN_2 = 1 };     /* channel */
+enum { TAVU_INACTIVE = 0, TAVU_ACTIVE = 1 }; /* state of a channel's CAN controller */
+enum { TAVU_NORMAL = 0, TAVU_LISTEN = 1 };   /* mode: a listener neither sends nor acknowledges */
+enum { TAVU_FDF_OFF = 0, TAVU_FDF_ON = 1 };  /* CAN FD format */
+enum { TAVU_BRS_OFF = 0, TAVU_BRS_ON = 1 };  /* bit-rate switch of a CAN FD frame */
+enum { TAVU_DIS_RTR = 0, TAVU_EN_RTR = 1 };  /* data frame, remote frame */
 /* Identifier or filter type: 11-bit, 29-bit. Filters also know 0, no filter. */
 enum { TAVU_SID = 1, TAVU_EID = 2 };
 /* Error reports the module sends: none, EEPROM errors, bus errors, all. */
 enum { TAVU_DIS_ALL = 0, TAVU_EE_ERR = 1, TAVU_ROM_ERR = 1, TAVU_BUS_ERR = 2, TAVU_EN_ALL = 255 };
-/* CAN FD format. */
-enum { TAVU_FDF_OFF = 0, TAVU_FDF_ON = 1 };
-/* Bit-rate switch of a CAN FD frame. */
-enum { TAVU_BRS_OFF = 0, TAVU_BRS_ON = 1 };
-/* Data frame, remote frame. */
-enum { TAVU_DIS_RTR = 0, TAVU_EN_RTR = 1 };
 /* Kind of a report (CAN_FRAME_INFO msg_type). */
 enum {
     TAVU_DATA_TYPE = 0,      /* a CAN 2.0 or CAN FD frame */
@@ -123,7 +116,7 @@ enum {
 /* Version texts, NUL-terminated. */
 typedef struct {
     char fw[16];    /* firmware, "03.10" */
-    char api[16];   /* this library, "3.1.0" */
+    char api[16];   /* TAVU_LIB_VERSION of the library in use */
     char model[16]; /* build identifier, "1234" */
 } VER_INFO;
 
@@ -196,22 +189,11 @@ typedef struct {
 /* One set of bit-timing parameters, carried without interpretation. */
 typedef struct {
     unsigned char index; /* which set, 0 to 2 */
-    unsigned char param1;
-    unsigned char param2;
-    unsigned char param3;
-    unsigned char param4;
+    unsigned char param1, param2, param3, param4;
     unsigned char param5; /* not sent, 0 after a read */
     unsigned char param6;
     uint16_t param7; /* only the low byte is sent and read */
-    unsigned char param8;
-    unsigned char param9;
-    unsigned char param10;
-    unsigned char param11;
-    unsigned char param12;
-    unsigned char param13;
-    unsigned char param14;
-    unsigned char param15;
-    unsigned char param16;
+    unsigned char param8, param9, param10, param11, param12, param13, param14, param15, param16;
 } TIMING_CFG_CANFD;
 
 /* Ports on which a scan found a module. */
@@ -474,8 +456,8 @@ TAVU_API int DecodeDLC_CANFD(int code);
 
 /*
  * Waits until the port has input that was not taken yet, `timeout_ms` is over (0 or less: does not
- * wait) or the wait is cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at once). On a port that
- * hung up the time is waited out, so that its caller does not spin.
+ * wait) or the wait is cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at
+ * once). On a port that hung up the time is waited out, so that its caller does not spin.
  */
 TAVU_API int TAVUWaitReceive(int com_port, int timeout_ms);
 

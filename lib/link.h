@@ -1,5 +1,5 @@
 // lib/link.h - library: command frames, value codecs, the exchange, the list of open ports.
-// Library-internal; only lib/ and tests/lib may include it.
+// Library-internal.
 // Thread: the list changes in connect calls only, see the table in lib/lib_tavu_2.h.
 // SPDX-License-Identifier: MIT
 #ifndef LIB_LINK_H

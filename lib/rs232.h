@@ -1,5 +1,5 @@
 // lib/rs232.h - library: opens, locks, reads and writes a serial character device.
-// May be included by lib/ and tests/lib; service/ may include it for the port list only.
+// Knows paths and descriptors; nothing of port numbers in use, frames or modules.
 // Thread: any; the terminal driver keeps reads and writes of one port apart.
 // SPDX-License-Identifier: MIT
 #ifndef LIB_RS232_H

@@ -1,5 +1,4 @@
 // service/apipart.h - service: records and calls that the user interface sees.
-// May be included by service/, gui/ and their tests.
 // Thread: every call here is made on the main thread.
 // SPDX-License-Identifier: MIT
 #ifndef SERVICE_APIPART_H

@@ -1,5 +1,4 @@
 // service/traffic_queues.h - service: display rings, batch handshake, mailbox, counted losses.
-// May be included by service/, gui/ and their tests.
 // Thread: each call names its own; the workers produce, the main thread consumes.
 // SPDX-License-Identifier: MIT
 #ifndef SERVICE_TRAFFIC_QUEUES_H

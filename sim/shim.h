@@ -1,5 +1,4 @@
 // sim/shim.h - simulated module: control of the serial shim that is linked into a test.
-// May be included by sim/, tests/lib, tests/service and tests/gui.
 // Thread: every call from any thread.
 // SPDX-License-Identifier: MIT
 #ifndef SIM_SHIM_H

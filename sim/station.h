@@ -1,5 +1,4 @@
 // sim/station.h - simulated module: one module on its line, served by its own thread.
-// May be included by sim/ and every test. Shares no code with the product.
 // Thread: every call from any thread.
 // SPDX-License-Identifier: MIT
 #ifndef SIM_STATION_H

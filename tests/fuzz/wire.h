@@ -1,5 +1,5 @@
 // tests/fuzz/wire.h - test: the calls underneath the library, from memory and without waits.
-// May be included by tests/fuzz, whose targets are linked with --wrap for each replaced call.
+// The targets are linked with --wrap for each replaced call.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_FUZZ_WIRE_H
 #define TESTS_FUZZ_WIRE_H

@@ -1,5 +1,4 @@
 // tests/gui/ui_fixture.h - test: the whole user interface on two simulated modules, and its probes.
-// May be included by tests/gui only.
 // Thread: main; each module is served by a thread of its own.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_GUI_UI_FIXTURE_H

@@ -100,9 +100,9 @@ TEST(Connection, AnswersAreTakenFromTheirPlaces) {
     const auto texts = [&] { return Texts{version.fw, version.api, version.model}; };
     module.script_reply(0x36, {});
     EXPECT_EQ(TAVUShowVer(kPort, &version), TAVU_FAILURE);
-    EXPECT_EQ(texts(), (Texts{"old", "3.1.0", "old"}));
+    EXPECT_EQ(texts(), (Texts{"old", TAVU_LIB_VERSION, "old"}));
     EXPECT_EQ(TAVUShowVer(kPort, &version), TAVU_SUCCESS);
-    EXPECT_EQ(texts(), (Texts{"03.10", "3.1.0", "1234"}));
+    EXPECT_EQ(texts(), (Texts{"03.10", TAVU_LIB_VERSION, "1234"}));
     std::array states = {7, 7};
     module.script_reply(0x60, hex("60 00 00 01 61 0D 0A"));
     EXPECT_EQ(TAVUGetCANStatus(kPort, &states[0], &states[1]), TAVU_SUCCESS);

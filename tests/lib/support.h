@@ -1,5 +1,4 @@
 // tests/lib/support.h - test: a simulated module with an open port, bytes as hexadecimal text.
-// May be included by tests/lib only.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_LIB_SUPPORT_H
 #define TESTS_LIB_SUPPORT_H

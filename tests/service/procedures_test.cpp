@@ -66,7 +66,7 @@ TEST_F(Procedures, SessionSendsExactlyItsCommands) {
     info.is_discnnt = true;
     expect_run(procConnect(kPort, &info), 1, kStop + kStop, 0);
     EXPECT_STREQ(info.fw, "FW: 03.10");
-    EXPECT_STREQ(info.api, "Lib: 3.1.0");
+    EXPECT_STREQ(info.api, "Lib: " TAVU_LIB_VERSION);
     EXPECT_STREQ(info.mdl, "Model: 1234");
     EXPECT_EQ(TAVUCloseDevice(kPort), 1) << "still open";
 }

@@ -1,5 +1,4 @@
 // tests/service/support.h - test: what the service tests share.
-// May be included by tests/service only.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_SERVICE_SUPPORT_H
 #define TESTS_SERVICE_SUPPORT_H

@@ -1,5 +1,4 @@
 // tests/usb_guest/cable.h - test: the two ends of the USB cable, what is at the module's end, the verdict.
-// May be included by tests/usb_guest only.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_USB_GUEST_CABLE_H
 #define TESTS_USB_GUEST_CABLE_H

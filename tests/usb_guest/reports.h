@@ -1,5 +1,5 @@
 // tests/usb_guest/reports.h - test: numbered reports and frame commands, each told by its number alone.
-// May be included by tests/usb_guest only. Lengths follow no period: the loss of a whole transfer
+// Lengths follow no period: the loss of a whole transfer
 // shows, wherever it begins and ends.
 // SPDX-License-Identifier: MIT
 #ifndef TESTS_USB_GUEST_REPORTS_H

@@ -1,5 +1,5 @@
 // tools/ui_script/widgets.h - tool: finds, reads and operates the widgets of a running program.
-// Uses GTK only; may be included by tools/ui_script.
+// Uses GTK only.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #ifndef TOOLS_UI_SCRIPT_WIDGETS_H

@@ -1,0 +1,8 @@
+// gui/version.h - user interface: version of the program, also read by the build.
+// SPDX-License-Identifier: MIT
+#ifndef GUI_VERSION_H
+#define GUI_VERSION_H
+
+#define TAVU_UTILITY_VERSION "1.0.2"
+
+#endif
