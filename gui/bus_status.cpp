@@ -1,9 +1,16 @@
 // gui/bus_status.cpp - user interface: display timer, receive panel, error reports of the module.
 // Uses the rings and the mailbox of service/traffic_queues.h and the rows of gui/frame_log.h.
-// Thread: main thread.
+// Thread: main.
 // SPDX-License-Identifier: MIT
+#include "gui/bus_status.h"
+
+#include "gui/application.h"
+#include "gui/connection_panel.h"
 #include "gui/frame_log.h"
-#include "gui/guipart.h"
+#include "gui/key_filter.h"
+#include "gui/send_panel.h"
+#include "gui/settings_panel.h"
+#include "gui/widgets.h"
 
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
@@ -33,7 +40,7 @@ gint64 paused_until_us = 0;  // ticks of the main loop are passed over until the
 
 KEY_PRESS_INFO key_info_r{ETY_NUM, 0};
 
-const WidgetField kFields[] = {
+constexpr WidgetField kFields[] = {
     {"BS_frame", &bs_info.frame},
     {"ErrorType_cbbox", &bs_info.cbbox},
     {"bs_can1_ecr_lab", &bs_info.label_content[BS_LABEL_CAN1_ECR_C]},
@@ -49,8 +56,9 @@ const WidgetField kFields[] = {
     {"CAN_data_treeview", &bs_info.tree},
     {"bs_scroll_window", &bs_info.swin},
 };
+static_assert(fills_all_but<BS_INFO>(BS_LABEL_CNT_T, kFields));
 
-const WidgetField kReceiveFields[] = {
+constexpr WidgetField kReceiveFields[] = {
     {"r_Recv_grid", &rs_info.frame},
     {"r_Timeout_label", &rs_info.label[RS_ETY_LAB_TIME]},
     {"r_Count_label", &rs_info.label[RS_ETY_LAB_DATA_CNT]},
@@ -58,6 +66,7 @@ const WidgetField kReceiveFields[] = {
     {"r_Count_entry", &rs_info.ety[RS_ETY_LAB_DATA_CNT]},
     {"r_NonBlock_checkbox", &rs_info.chk},
 };
+static_assert(fills_all_but<RS_INFO>(0, kReceiveFields));
 
 constexpr const char* kTitles[BS_LABEL_CNT_T] = {
     "Error Type:", "CAN 1: ", "CAN 2: ", "EEPROM: ", "Send = ", "Recv = "};

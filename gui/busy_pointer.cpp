@@ -1,9 +1,15 @@
 // gui/busy_pointer.cpp - user interface: the watch cursor while a click talks to the module.
-// Uses gui/guipart.h.
+// Uses gui/application.h for the window.
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/busy_pointer.h"
 
+#include "gui/application.h"
+#include "gui/widgets.h"
+
+#include <gtk/gtk.h>
+
+#include <utility>
 #include <vector>
 
 namespace {

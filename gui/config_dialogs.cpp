@@ -1,8 +1,16 @@
 // gui/config_dialogs.cpp - user interface: saving and loading the module's configuration file.
-// Uses gui/guipart.h, service/apipart.h.
+// Uses service/apipart.h and the settings of gui/settings_panel.cpp.
 // Thread: main; the dialogs run nested main loops.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/config_dialogs.h"
+
+#include "gui/application.h"
+#include "gui/busy_pointer.h"
+#include "gui/settings_panel.h"
+#include "gui/status_log.h"
+#include "gui/widgets.h"
+
+#include "service/apipart.h"
 
 #include <array>
 

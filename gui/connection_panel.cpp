@@ -1,16 +1,40 @@
 // gui/connection_panel.cpp - user interface: port search, connect and start, and the enabling rule.
-// Uses gui/guipart.h, service/apipart.h, lib/lib_tavu_2.h (the port search opens and closes).
+// Uses the widgets of every panel that it enables, service/apipart.h, lib/lib_tavu_2.h (the port
+// search opens and closes).
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/connection_panel.h"
+
+#include "gui/application.h"
+#include "gui/bus_status.h"
+#include "gui/busy_pointer.h"
+#include "gui/send_panel.h"
+#include "gui/settings_panel.h"
+#include "gui/status_log.h"
+#include "gui/widgets.h"
+
+#include "service/apipart.h"
 
 #include "lib/lib_tavu_2.h"
+
+#include <cstddef>
+#include <string>
 
 CD_INFO cd_info;
 
 namespace {
 
 constexpr guint kLabelPadding_px = 5;
+
+constexpr WidgetField kFields[] = {
+    {"CS_frame", &cd_info.frame},
+    {"SerialPort_cbox", &cd_info.cbbox},
+    {"Connect_btn", &cd_info.btn_cnnt},
+    {"Start_btn", &cd_info.btn_start},
+    {"Device_info_vbox", &cd_info.info_vbox},
+};
+constexpr std::size_t kListEnds = 3;  // first, now and pre
+static_assert(fills_all_but<CD_INFO>(CD_LABEL_CNT + kListEnds, kFields));
 
 // The library's ports in their order, as runs of one device name with a number behind it.
 struct PortRun {
@@ -218,14 +242,7 @@ void append_node(int com_data, int index) {
 }  // namespace
 
 int cd_init() {
-    const WidgetField fields[] = {
-        {"CS_frame", &cd_info.frame},
-        {"SerialPort_cbox", &cd_info.cbbox},
-        {"Connect_btn", &cd_info.btn_cnnt},
-        {"Start_btn", &cd_info.btn_start},
-        {"Device_info_vbox", &cd_info.info_vbox},
-    };
-    lookup_all(MW_builder, fields);
+    lookup_all(MW_builder, kFields);
     const int module_cnt = search_com();
     cd_info.now = cd_info.first;
     append_found_modules();

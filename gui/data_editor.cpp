@@ -1,8 +1,13 @@
 // gui/data_editor.cpp - user interface: dialog for payloads of up to 64 bytes, and their buffer.
 // Uses the byte entries and the length selector of gui/send_panel.cpp.
-// Thread: main thread.
+// Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/data_editor.h"
+
+#include "gui/application.h"
+#include "gui/key_filter.h"
+#include "gui/send_panel.h"
+#include "gui/widgets.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,16 +17,16 @@ unsigned char g_data[kPayloadMax];
 
 namespace {
 
-constexpr int kPanelBytes = 8;       // payload entries on the send panel
 constexpr int kResponseConfirm = 1;  // the confirming button's answer, set in the interface file
 
 KEY_PRESS_INFO key_info_data_fd[kPayloadMax];
 
-const WidgetField kFields[] = {
+constexpr WidgetField kFields[] = {
     {"ED_frame", &ed_info.frame},
     {"ed_clear_btn", &ed_info.clear_btn},
     {"ed_auto_fill_btn", &ed_info.fill_btn},
 };
+static_assert(fills_all_but<ED_INFO>(kPayloadMax, kFields));
 
 void set_byte(GtkWidget* entry, unsigned char byte) {
     char text[3];
@@ -67,7 +72,7 @@ void sync_can_data(int sync_type, int length) {
     const bool is_panel = sync_type == SYNC_SS_TO_GDATA || sync_type == SYNC_GDATA_TO_SS;
     const bool is_read = sync_type == SYNC_SS_TO_GDATA || sync_type == SYNC_ED_TO_GDATA;
     GtkWidget* const* entries = is_panel ? &ss_info.ety_d[SS_ETY_D_B0] : ed_info.ety_d;
-    const int count = std::min(length, is_panel ? kPanelBytes : kPayloadMax);
+    const int count = std::min(length, is_panel ? kSendPanelBytes : kPayloadMax);
     for (int i = 0; i < count; ++i) {
         if (is_read) {
             g_data[i] = byte_of(entries[i]);

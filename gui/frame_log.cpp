@@ -1,8 +1,11 @@
 // gui/frame_log.cpp - user interface: the table of sent and received frames and their counts.
-// Uses gui/frame_log.h; the display timer (gui/bus_status.cpp) brings the records.
-// Thread: main thread.
+// Uses the labels and the view of gui/bus_status.h; the display timer there brings the records.
+// Thread: main.
 // SPDX-License-Identifier: MIT
 #include "gui/frame_log.h"
+
+#include "gui/bus_status.h"
+#include "gui/widgets.h"
 
 #include "service/apipart.h"
 
@@ -11,6 +14,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 GtkListStore* store = nullptr;

@@ -1,8 +1,11 @@
 // gui/key_filter.cpp - user interface: which keys the numeric and hexadecimal entries take.
-// Uses gui/guipart.h for the payload entries that the focus moves along.
-// Thread: main thread.
+// Uses the payload entries of gui/send_panel.h and gui/data_editor.h, which the focus moves along.
+// Thread: main.
 // SPDX-License-Identifier: MIT
 #include "gui/key_filter.h"
+
+#include "gui/data_editor.h"
+#include "gui/send_panel.h"
 
 #include <algorithm>
 #include <array>
@@ -57,4 +60,12 @@ bool ety_key_press(GtkWidget* entry, GdkEventKey* event, gpointer user_data) {
         }
     }
     return false;
+}
+
+void connect_key_filter(GtkWidget* entry, KEY_PRESS_INFO* info) {
+    // The signal wants a gboolean, whose upper bytes a bool result leaves open.
+    const auto handler = +[](GtkWidget* target, GdkEventKey* event, gpointer data) -> gboolean {
+        return ety_key_press(target, event, data) ? TRUE : FALSE;
+    };
+    g_signal_connect(entry, "key-press-event", G_CALLBACK(handler), info);
 }

@@ -1,21 +1,28 @@
 // gui/send_panel.cpp - user interface: composes a frame and hands it to the transmit worker.
 // Uses service/apipart.h to send and the payload buffer of gui/data_editor.cpp.
-// Thread: main thread.
+// Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/send_panel.h"
+
+#include "gui/application.h"
+#include "gui/data_editor.h"
+#include "gui/key_filter.h"
+#include "gui/settings_panel.h"
+#include "gui/widgets.h"
 
 #include "service/apipart.h"
 
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
+#include <span>
 
 SS_INFO ss_info;
 
 namespace {
 
-constexpr int kPanelBytes = 8;        // payload entries on the panel
 constexpr int kNumberMax = 5;         // characters of count, interval and times
 constexpr int kStandardIdMax = 3;     // characters of an 11-bit identifier
 constexpr int kExtendedIdMax = 8;     // characters of a 29-bit identifier
@@ -28,9 +35,9 @@ constexpr std::size_t kClassicLengthCnt = 9;
 
 KEY_PRESS_INFO key_info_u{ETY_NUM, 0};
 KEY_PRESS_INFO key_info_id{ETY_DATA, 0};
-KEY_PRESS_INFO key_info_data[kPanelBytes];
+KEY_PRESS_INFO key_info_data[kSendPanelBytes];
 
-const WidgetField kFields[] = {
+constexpr WidgetField kFields[] = {
     {"s_Send_grid", &ss_info.frame},
     {"s_EID_checkbox", &ss_info.chk[SS_CHK_EID]},
     {"s_RTR_checkbox", &ss_info.chk[SS_CHK_RTR]},
@@ -48,6 +55,8 @@ const WidgetField kFields[] = {
     {"s_Stop_btn", &ss_info.btn_stop},
     {"s_EditData_btn", &ss_info.btn_can_data},
 };
+constexpr std::size_t kUnusedLabels = SS_ETY_LAB_U_CNT - 1 + SS_LAB_D_CNT;
+static_assert(fills_all_but<SS_INFO>(kSendPanelBytes + kUnusedLabels, kFields));
 
 int selected_row(int cbbox) {
     return gtk_combo_box_get_active(GTK_COMBO_BOX(ss_info.cbbox[cbbox]));
@@ -151,7 +160,7 @@ void ss_init() {
     gtk_entry_set_width_chars(GTK_ENTRY(id_entry), kExtendedIdMax);
     gtk_entry_set_max_length(GTK_ENTRY(id_entry), kStandardIdMax);
     connect_key_filter(id_entry, &key_info_id);
-    for (int i = 0; i < kPanelBytes; ++i) {
+    for (int i = 0; i < kSendPanelBytes; ++i) {
         set_up_byte_entry(i);
     }
     connect_handlers();
@@ -237,7 +246,7 @@ void cbbox_dlc_cb(GtkComboBox* /*widget*/, gpointer /*user_data*/) {
     if (row < 0) {
         return;
     }
-    for (int i = 0; i < kPanelBytes; ++i) {
+    for (int i = 0; i < kSendPanelBytes; ++i) {
         gtk_widget_set_visible(ss_info.ety_d[SS_ETY_D_B0 + i], i < row ? TRUE : FALSE);
     }
 }

@@ -1,15 +1,29 @@
 // gui/settings_panel.cpp - user interface: bit rates, CAN FD, mode and filter of the two channels.
-// Uses gui/guipart.h, service/apipart.h.
+// Uses service/apipart.h, and the error-type combo of gui/bus_status.cpp.
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/settings_panel.h"
+
+#include "gui/application.h"
+#include "gui/bus_status.h"
+#include "gui/busy_pointer.h"
+#include "gui/config_dialogs.h"
+#include "gui/connection_panel.h"
+#include "gui/key_filter.h"
+#include "gui/status_log.h"
+#include "gui/widgets.h"
+
+#include "service/apipart.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <span>
+#include <string>
 
 CS_INFO cs_info;
 
@@ -253,9 +267,9 @@ void show_error_type(int err_set) {
 
 // ---- Set-up ----
 
-void lookup_channel(int channel) {
-    CAN_INFO& can = cs_info.can[channel];
-    const WidgetField fields[] = {
+// The ids are those of CAN 1; a suffix tells the other channel's.
+constexpr auto channel_fields(CAN_INFO& can) {
+    return std::to_array<WidgetField>({
         {"ListenMode_checkbox", &can.chk[CS_LS]},
         {"FDEN_checkbox", &can.chk[CS_FDF]},
         {"NRate_cbbox", &can.cbbox[CS_CBBOX_BAUD]},
@@ -268,31 +282,32 @@ void lookup_channel(int channel) {
         {"cs_NRate_label", &can.label_fd[CS_LAB_NRATE]},
         {"cs_DRate_label", &can.label_fd[CS_LAB_DRATE]},
         {"cs_Filter_label", &can.label_fd[CS_LAB_FILTER]},
-    };
-    for (const auto& [id, field] : fields) {
+    });
+}
+constexpr std::size_t kUnusedBoxes = 1;
+static_assert(fills_all_but<CAN_INFO>(kUnusedBoxes, channel_fields(cs_info.can[CAN_1])));
+
+void lookup_channel(int channel) {
+    for (const auto& [id, field] : channel_fields(cs_info.can[channel])) {
         *field = lookup(CS_builder, (id + std::string(kChannel[channel].suffix)).c_str());
     }
 }
 
-void lookup_settings() {
-    const WidgetField main_fields[] = {
-        {"CS_frame", &cs_info.frame},
-        {"CS1_container_grid", &cs_info.grid_container[CS1_GRID]},
-        {"CS2_container_grid", &cs_info.grid_container[CS2_GRID]},
-        {"cs_notebook", &cs_info.grid_container[CS_NOTEBOOK]},
-        {"CS_Reset_btn", &cs_info.btn[CS_BTN_RESET]},
-        {"CS_Export_btn", &cs_info.btn[CS_BTN_EXPORT]},
-        {"CS_Import_btn", &cs_info.btn[CS_BTN_IMPORT]},
-    };
-    const WidgetField channel_fields[] = {
-        {"CS1_gird", &cs_info.grid_container[CS1_WIDGETS]},
-        {"CS2_gird", &cs_info.grid_container[CS2_WIDGETS]},
-    };
-    lookup_all(MW_builder, main_fields);
-    lookup_all(CS_builder, channel_fields);
-    lookup_channel(CAN_1);
-    lookup_channel(CAN_2);
-}
+constexpr WidgetField kMainFields[] = {
+    {"CS_frame", &cs_info.frame},
+    {"CS1_container_grid", &cs_info.grid_container[CS1_GRID]},
+    {"CS2_container_grid", &cs_info.grid_container[CS2_GRID]},
+    {"cs_notebook", &cs_info.grid_container[CS_NOTEBOOK]},
+    {"CS_Reset_btn", &cs_info.btn[CS_BTN_RESET]},
+    {"CS_Export_btn", &cs_info.btn[CS_BTN_EXPORT]},
+    {"CS_Import_btn", &cs_info.btn[CS_BTN_IMPORT]},
+};
+constexpr WidgetField kGridFields[] = {
+    {"CS1_gird", &cs_info.grid_container[CS1_WIDGETS]},
+    {"CS2_gird", &cs_info.grid_container[CS2_WIDGETS]},
+};
+constexpr std::size_t kChannelFields = CAN_CNT * kFieldCnt<CAN_INFO>;
+static_assert(fills_all_but<CS_INFO>(std::size(kGridFields) + kChannelFields, kMainFields));
 
 void fill_lists(const CAN_INFO& can) {
     append_rows(can.cbbox[CS_CBBOX_BAUD], baud_for_20B_str);
@@ -321,22 +336,20 @@ void connect_buttons() {
     clicked(cs_info.btn[CS_BTN_IMPORT], btn_import_cb);
 }
 
-GtkContainer* container(int index) {
-    return GTK_CONTAINER(cs_info.grid_container[index]);
-}
-
 }  // namespace
 
 void cs_init() {
-    lookup_settings();
-    gtk_notebook_remove_page(GTK_NOTEBOOK(cs_info.grid_container[CS_NOTEBOOK]), 2);
-    gtk_container_add(container(CS1_GRID), cs_info.grid_container[CS1_WIDGETS]);
-    gtk_container_add(container(CS2_GRID), cs_info.grid_container[CS2_WIDGETS]);
-    for (const CAN_INFO& can : cs_info.can) {
-        fill_lists(can);
+    lookup_all(MW_builder, kMainFields);
+    lookup_all(CS_builder, kGridFields);
+    GtkWidget* const* grids = cs_info.grid_container;
+    gtk_notebook_remove_page(GTK_NOTEBOOK(grids[CS_NOTEBOOK]), 2);
+    gtk_container_add(GTK_CONTAINER(grids[CS1_GRID]), grids[CS1_WIDGETS]);
+    gtk_container_add(GTK_CONTAINER(grids[CS2_GRID]), grids[CS2_WIDGETS]);
+    for (const int channel : {CAN_1, CAN_2}) {
+        lookup_channel(channel);
+        fill_lists(cs_info.can[channel]);
+        connect_channel(cs_info.can[channel], kChannel[channel]);
     }
-    connect_channel(cs_info.can[CAN_1], kChannel[CAN_1]);
-    connect_channel(cs_info.can[CAN_2], kChannel[CAN_2]);
     connect_buttons();
 }
 

@@ -1,22 +1,25 @@
 // gui/start_up.cpp - user interface: builds the windows from the interface files, starts and stops.
-// Uses gui/guipart.h, service/apipart.h, service/traffic_queues.h.
+// Uses every panel, service/apipart.h, service/traffic_queues.h.
 // Thread: main, before any worker runs.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/start_up.h"
+
+#include "gui/bus_status.h"
+#include "gui/connection_panel.h"
+#include "gui/data_editor.h"
+#include "gui/send_panel.h"
+#include "gui/settings_panel.h"
+#include "gui/status_log.h"
 #include "gui/version.h"
+#include "gui/widgets.h"
+
+#include "service/apipart.h"
+#include "service/traffic_queues.h"
+
+#include <gtk/gtk.h>
 
 #include <cstdio>
 #include <cstdlib>
-
-WINDOWS* windows = nullptr;
-GtkBuilder* MW_builder = nullptr;
-GtkBuilder* CS_builder = nullptr;
-GtkBuilder* ED_builder = nullptr;
-
-bool is_connect = false;
-bool is_active = false;
-bool is_recv_normal = true;
-int com_port = -1;
 
 namespace {
 

@@ -1,8 +1,11 @@
 // gui/status_log.cpp - user interface: the one-column list with the outcome of the latest action.
-// Uses gui/guipart.h.
+// Uses gui/application.h for the builder.
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
+#include "gui/status_log.h"
+
+#include "gui/application.h"
+#include "gui/widgets.h"
 
 SL_INFO sl_info;
 

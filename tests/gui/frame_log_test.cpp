@@ -2,8 +2,6 @@
 // Uses tests/gui/ui_fixture.h, gui/frame_log.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/frame_log.h"
-
 #include "tests/gui/ui_fixture.h"
 
 #include <numeric>

@@ -2,8 +2,6 @@
 // Uses tests/gui/ui_fixture.h, gui/key_filter.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/key_filter.h"
-
 #include "tests/gui/ui_fixture.h"
 
 using KeyFilter = UiTest;
