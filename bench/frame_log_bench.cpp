@@ -3,7 +3,6 @@
 // of the interface files, on an X display (tools/with_display will do).
 // Thread: main thread, and one that plays the receive worker.
 // SPDX-License-Identifier: MIT
-#include "gui/frame_log.h"
 #include "gui/guipart.h"
 
 #include "service/apipart.h"
@@ -59,18 +58,12 @@ void naive_insert(const UPBS_INFO& record, bool is_recv) {
         gtk_list_store_clear(store);
     }
     FRAME_TEXTS texts;
-    frame_texts(record, is_recv, ++naive_rows, &texts);
+    frame_texts({record, is_recv, ++naive_rows}, &texts);
     GtkTreeIter row;
     gtk_list_store_append(store, &row);
-    gtk_list_store_set(store, &row, COL_NO, texts.no, -1);
-    gtk_list_store_set(store, &row, COL_CH, texts.ch, -1);
-    gtk_list_store_set(store, &row, COL_PATH, texts.path, -1);
-    gtk_list_store_set(store, &row, COL_MOD, texts.mod, -1);
-    gtk_list_store_set(store, &row, COL_ID, texts.id, -1);
-    gtk_list_store_set(store, &row, COL_TYPE, texts.type, -1);
-    gtk_list_store_set(store, &row, COL_LEN, texts.len, -1);
-    gtk_list_store_set(store, &row, COL_DATA, texts.data, -1);
-    gtk_list_store_set(store, &row, COL_TIME, texts.time, -1);
+    for (int column = 0; column < COL_NUM; ++column) {
+        gtk_list_store_set(store, &row, column, texts.cell[column], -1);
+    }
     char count[12];
     std::snprintf(count, sizeof count, "%d", ++naive_count);
     gtk_label_set_text(GTK_LABEL(bs_info.label_content[BS_LABEL_RECV1_C]), count);

@@ -14,6 +14,9 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <iterator>
+#include <numeric>
 #include <span>
 #include <string_view>
 
@@ -24,64 +27,45 @@ namespace {
 constexpr const char* kFont = "Calibri 10";
 constexpr int kBytesPerLine = 8;
 
-struct LOG_COLUMN {
-    const char* title;
-    int width_px;
-    const char* widest;  // text; the column grows to it where the font needs more than width_px
-};
-constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{{"NO", 40, "1000"},
-                                                    {"CH", 40, "2"},
-                                                    {"PATH", 55, "Send"},
-                                                    {"MOD", 55, "EID"},
-                                                    {"ID", 85, "DDDDDDDD"},
-                                                    {"TYPE", 80, "FD / BRS / ESI "},
-                                                    {"LEN", 40, "64"},
-                                                    {"DATA", 190, "DD DD DD DD DD DD DD DD"},
-                                                    {"TIME", 105, "00:00:00:000"}}};
+// ---- Cell texts ----
 
-static_assert(std::ranges::all_of(kColumns,
-                                  [](const LOG_COLUMN& column) { return column.title != nullptr; }),
-              "every column has its row");
+bool is_standard(const CAN_FRAME_INFO& frame) {
+    return frame.id_type == TAVU_SID;
+}
 
-// One for each column; the columns own them.
-std::array<GtkCellRenderer*, COL_NUM> renderers;
-std::array<int, COL_NUM> cell_width_px;
-int line_px = 0;     // height of a line of text
-int padding_px = 0;  // above and below the text of a cell
+int payload_bytes(const CAN_FRAME_INFO& frame) {
+    return CANFD_DecodeDLC(static_cast<unsigned char>(frame.dlc));
+}
 
-// Rows since the log was last started afresh.
-int cnt_s = 0;
-int cnt_r = 0;
-int cnt_t = 0;
-// Frames since the user last cleared the log.
-int list_cnt_s = 0;
-int list_cnt_r = 0;
-int can1_cnt_s = 0;
-int can2_cnt_s = 0;
-int can1_cnt_r = 0;
-int can2_cnt_r = 0;
+const char* decimal(int value, char* buffer) {
+    std::snprintf(buffer, kCellTextSize, "%d", value);
+    return buffer;
+}
 
-struct COUNT_LABEL {
-    int label;  // BS_LABEL_...
-    const int* count;
-};
-constexpr COUNT_LABEL kCountLabels[] = {{BS_LABEL_SEND1_C, &can1_cnt_s},
-                                        {BS_LABEL_SEND2_C, &can2_cnt_s},
-                                        {BS_LABEL_RECV1_C, &can1_cnt_r},
-                                        {BS_LABEL_RECV2_C, &can2_cnt_r}};
+const char* number_text(const LOG_ROW& row, char* buffer) {
+    return decimal(row.number, buffer);
+}
 
-// Rows added but not yet shown; they number at most kLogRowsMax, since the record after row
-// kLogRowsMax discards them all.
-struct PENDING_ROW {
-    UPBS_INFO record;
-    bool is_recv;
-    int number;
-};
-std::array<PENDING_ROW, kLogRowsMax> pending;
-std::size_t pending_cnt = 0;
-bool wipe_pending = false;  // the rows in the store go before the pending ones are shown
+const char* channel_text(const LOG_ROW& row, char* buffer) {
+    return decimal(row.record.frame_info.CAN_port + 1, buffer);
+}
 
-const char* type_text(const CAN_FRAME_INFO& frame) {
+const char* path_text(const LOG_ROW& row, char* /*buffer*/) {
+    return row.is_recv ? "Recv" : "Send";
+}
+
+const char* id_type_text(const LOG_ROW& row, char* /*buffer*/) {
+    return is_standard(row.record.frame_info) ? "SID" : "EID";
+}
+
+const char* id_text(const LOG_ROW& row, char* buffer) {
+    const CAN_FRAME_INFO& frame = row.record.frame_info;
+    std::snprintf(buffer, kCellTextSize, is_standard(frame) ? "%03X" : "%08X", frame.id);
+    return buffer;
+}
+
+const char* type_text(const LOG_ROW& row, char* /*buffer*/) {
+    const CAN_FRAME_INFO& frame = row.record.frame_info;
     if (frame.rtr != 0) {
         return "RTR ";
     }
@@ -95,18 +79,66 @@ const char* type_text(const CAN_FRAME_INFO& frame) {
     return frame.fdf == TAVU_FDF_OFF && frame.brs == TAVU_BRS_OFF ? "2.0B" : "";
 }
 
-// `length` is 64 at most.
-void data_text(const unsigned char* data, int length, char* text) {
-    constexpr const char* kDigits = "0123456789ABCDEF";
-    for (int i = 0; i < length; ++i) {
-        if (i > 0) {
-            *text++ = i % kBytesPerLine == 0 ? '\n' : ' ';
-        }
-        *text++ = kDigits[data[i] >> 4];
-        *text++ = kDigits[data[i] & 0x0F];
-    }
-    *text = '\0';
+const char* length_text(const LOG_ROW& row, char* buffer) {
+    return decimal(payload_bytes(row.record.frame_info), buffer);
 }
+
+const char* data_text(const LOG_ROW& row, char* buffer) {
+    const CAN_FRAME_INFO& frame = row.record.frame_info;
+    const int length = payload_bytes(frame);
+    if (frame.rtr != 0 || length == 0) {
+        return nullptr;
+    }
+    constexpr const char* kDigits = "0123456789ABCDEF";
+    char* text = buffer;
+    for (int i = 0; i < length; ++i) {
+        *text++ = kDigits[frame.data[i] >> 4];
+        *text++ = kDigits[frame.data[i] & 0x0F];
+        *text++ = (i + 1) % kBytesPerLine == 0 ? '\n' : ' ';
+    }
+    text[-1] = '\0';  // no separator behind the last byte
+    return buffer;
+}
+
+const char* time_text(const LOG_ROW& row, char* buffer) {
+    const auto& time = row.record.now_time;
+    *std::copy(std::begin(time), std::end(time) - 1, buffer) = '\0';
+    return buffer;
+}
+
+// ---- Columns ----
+
+// All that there is to a column: view, model and cells are made from these rows.
+struct LOG_COLUMN {
+    int column;  // COL_..., its place in the table
+    const char* title;
+    int width_px;
+    const char* widest;  // text; the column grows to it where the font needs more than width_px
+    // The cell's text: a constant, or written to `buffer` (kCellTextSize bytes). Null: no text.
+    const char* (*text)(const LOG_ROW& row, char* buffer);
+};
+constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{
+    {COL_NO, "NO", 40, "1000", number_text},
+    {COL_CH, "CH", 40, "2", channel_text},
+    {COL_PATH, "PATH", 55, "Send", path_text},
+    {COL_MOD, "MOD", 55, "EID", id_type_text},
+    {COL_ID, "ID", 85, "DDDDDDDD", id_text},
+    {COL_TYPE, "TYPE", 80, "FD / BRS / ESI ", type_text},
+    {COL_LEN, "LEN", 40, "64", length_text},
+    {COL_DATA, "DATA", 190, "DD DD DD DD DD DD DD DD", data_text},
+    {COL_TIME, "TIME", 105, "00:00:00:000", time_text},
+}};
+static_assert(std::ranges::adjacent_find(kColumns, std::greater_equal{}, &LOG_COLUMN::column) ==
+                  kColumns.end(),
+              "every column has its row, in the order of the enumerators");
+
+// One for each column; the columns own them.
+std::array<GtkCellRenderer*, COL_NUM> renderers;
+std::array<int, COL_NUM> cell_width_px;
+int line_px = 0;     // height of a line of text
+int padding_px = 0;  // above and below the text of a cell
+
+// ---- Counts ----
 
 // A count that has reached the end of its range stays there.
 void count_up(int* count) {
@@ -115,36 +147,64 @@ void count_up(int* count) {
     }
 }
 
-void count_frame(bool is_can1, bool is_recv) {
-    if (is_recv) {
-        count_up(&cnt_r);
-        count_up(is_can1 ? &can1_cnt_r : &can2_cnt_r);
-        count_up(&list_cnt_r);
-    } else {
-        count_up(&cnt_s);
-        count_up(is_can1 ? &can1_cnt_s : &can2_cnt_s);
-        count_up(&list_cnt_s);
+struct LOG_COUNTS {
+    int cnt_t;  // rows since the log was last started afresh: number of the newest
+    // Frames since the user last cleared the log; a log started afresh does not reset them.
+    int can1_cnt_s;
+    int can2_cnt_s;
+    int can1_cnt_r;
+    int can2_cnt_r;
+
+    void clear() { *this = {}; }
+
+    void add(bool is_can1, bool is_recv) {
+        ++cnt_t;
+        if (is_recv) {
+            count_up(is_can1 ? &can1_cnt_r : &can2_cnt_r);
+        } else {
+            count_up(is_can1 ? &can1_cnt_s : &can2_cnt_s);
+        }
     }
-    cnt_t = cnt_s + cnt_r;
-}
+};
+LOG_COUNTS counts;
+
+struct COUNT_LABEL {
+    int label;  // BS_LABEL_...
+    const int* count;
+};
+constexpr COUNT_LABEL kCountLabels[] = {{BS_LABEL_SEND1_C, &counts.can1_cnt_s},
+                                        {BS_LABEL_SEND2_C, &counts.can2_cnt_s},
+                                        {BS_LABEL_RECV1_C, &counts.can1_cnt_r},
+                                        {BS_LABEL_RECV2_C, &counts.can2_cnt_r}};
+
+// ---- Rows ----
+
+// Rows added but not yet shown; they number at most kLogRowsMax, since the record after row
+// kLogRowsMax discards them all.
+std::array<LOG_ROW, kLogRowsMax> pending;
+std::size_t pending_cnt = 0;
+bool wipe_pending = false;  // the rows in the store go before the pending ones are shown
 
 void store_create_if_absent() {
     if (store == nullptr) {
-        store = gtk_list_store_new(COL_NUM, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_STRING,
-                                   G_TYPE_STRING, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_STRING,
-                                   G_TYPE_STRING, G_TYPE_STRING);
+        std::array<GType, COL_NUM> types;
+        types.fill(G_TYPE_STRING);
+        store = gtk_list_store_newv(COL_NUM, types.data());
         gtk_tree_view_set_model(GTK_TREE_VIEW(bs_info.tree), GTK_TREE_MODEL(store));
     }
 }
 
-void append_row(const PENDING_ROW& row) {
+void append_row(const LOG_ROW& row) {
     FRAME_TEXTS texts;
-    frame_texts(row.record, row.is_recv, row.number, &texts);
-    const char* data = texts.data[0] == '\0' ? nullptr : texts.data;
-    gtk_list_store_insert_with_values(store, nullptr, -1, COL_NO, texts.no, COL_CH, texts.ch,
-                                      COL_PATH, texts.path, COL_MOD, texts.mod, COL_ID, texts.id,
-                                      COL_TYPE, texts.type, COL_LEN, texts.len, COL_DATA, data,
-                                      COL_TIME, texts.time, -1);
+    frame_texts(row, &texts);
+    std::array<int, COL_NUM> columns;
+    std::iota(columns.begin(), columns.end(), 0);
+    std::array<GValue, COL_NUM> values{};
+    for (std::size_t i = 0; i < COL_NUM; ++i) {
+        g_value_init(&values[i], G_TYPE_STRING);
+        g_value_set_static_string(&values[i], texts.cell[i]);  // the store makes a copy
+    }
+    gtk_list_store_insert_with_valuesv(store, nullptr, -1, columns.data(), values.data(), COL_NUM);
 }
 
 void show_counts() {
@@ -170,8 +230,9 @@ void measure_cells(GtkWidget* /*tree*/, gpointer /*user_data*/) {
     line_px = natural_size_px(renderers[COL_DATA], "0\n0").height - one_line_px;
     padding_px = one_line_px - line_px;
     for (std::size_t i = 0; i < COL_NUM; ++i) {
-        const auto& [title, width_px, widest] = kColumns[i];
-        cell_width_px[i] = std::max(width_px, natural_size_px(renderers[i], widest).width);
+        const LOG_COLUMN& setup = kColumns[i];
+        const int widest_px = natural_size_px(renderers[i], setup.widest).width;
+        cell_width_px[i] = std::max(setup.width_px, widest_px);
         gtk_cell_renderer_set_fixed_size(renderers[i], cell_width_px[i], one_line_px);
     }
 }
@@ -206,20 +267,10 @@ void append_column(std::size_t index) {
 
 }  // namespace
 
-void frame_texts(const UPBS_INFO& record, bool is_recv, int number, FRAME_TEXTS* texts) {
-    const CAN_FRAME_INFO& frame = record.frame_info;
-    const bool is_standard = frame.id_type == TAVU_SID;
-    const int length = CANFD_DecodeDLC(static_cast<unsigned char>(frame.dlc));
-    std::snprintf(texts->no, sizeof texts->no, "%d", number);
-    std::snprintf(texts->ch, sizeof texts->ch, "%d", frame.CAN_port + 1);
-    texts->path = is_recv ? "Recv" : "Send";
-    texts->mod = is_standard ? "SID" : "EID";
-    std::snprintf(texts->id, sizeof texts->id, is_standard ? "%03X" : "%08X", frame.id);
-    texts->type = type_text(frame);
-    std::snprintf(texts->len, sizeof texts->len, "%d", length);
-    data_text(frame.data, frame.rtr == 0 ? length : 0, texts->data);
-    std::memcpy(texts->time, record.now_time, sizeof texts->time);
-    texts->time[sizeof texts->time - 1] = '\0';
+void frame_texts(const LOG_ROW& row, FRAME_TEXTS* texts) {
+    for (std::size_t i = 0; i < COL_NUM; ++i) {
+        texts->cell[i] = kColumns[i].text(row, texts->buffer[i]);
+    }
 }
 
 void frame_log_init() {
@@ -239,16 +290,13 @@ void frame_log_init() {
 }
 
 void frame_log_add(const UPBS_INFO& record, bool is_recv) {
-    if (cnt_t == kLogRowsMax) {
-        cnt_t = cnt_s = cnt_r = 0;
+    if (counts.cnt_t == kLogRowsMax) {
+        counts.cnt_t = 0;
         pending_cnt = 0;
         wipe_pending = true;
     }
-    if (list_cnt_r == 0 && list_cnt_s == 0) {
-        cnt_r = cnt_s = 0;
-    }
-    count_frame(record.frame_info.CAN_port == TAVU_CAN_1, is_recv);
-    pending[pending_cnt++] = {record, is_recv, cnt_t};
+    counts.add(record.frame_info.CAN_port == TAVU_CAN_1, is_recv);
+    pending[pending_cnt++] = {record, is_recv, counts.cnt_t};
 }
 
 void frame_log_flush() {
@@ -259,7 +307,7 @@ void frame_log_flush() {
     if (wipe_pending) {
         gtk_list_store_clear(store);
     }
-    for (const PENDING_ROW& row : std::span(pending).first(pending_cnt)) {
+    for (const LOG_ROW& row : std::span(pending).first(pending_cnt)) {
         append_row(row);
     }
     pending_cnt = 0;
@@ -282,7 +330,6 @@ void btn_clear_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     if (store != nullptr) {
         gtk_list_store_clear(store);
     }
-    list_cnt_s = list_cnt_r = 0;
-    can1_cnt_s = can2_cnt_s = can1_cnt_r = can2_cnt_r = 0;
+    counts.clear();
     show_counts();
 }

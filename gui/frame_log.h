@@ -8,32 +8,42 @@
 
 #include <gtk/gtk.h>
 
-enum { COL_NO, COL_CH, COL_PATH, COL_MOD, COL_ID, COL_TYPE, COL_LEN, COL_DATA, COL_TIME, COL_NUM };
+#include <cstddef>
 
-extern GtkListStore* store;
+// ---- Cells ---------------------------------------------------------------------------------
+
+enum { COL_NO, COL_CH, COL_PATH, COL_MOD, COL_ID, COL_TYPE, COL_LEN, COL_DATA, COL_TIME, COL_NUM };
 
 // The log holds at most this many rows; the next one starts it afresh.
 inline constexpr int kLogRowsMax = 1000;
 
-// Longest payload text: 64 bytes as "XX", one blank or line feed between two, NUL.
-inline constexpr int kDataTextSize = sizeof(CAN_FRAME_INFO::data) * 3;
+// Longest cell text: 64 payload bytes as "XX", one blank or line feed between two, NUL.
+inline constexpr std::size_t kCellTextSize = sizeof(CAN_FRAME_INFO::data) * 3;
 
-// The cell texts of one row. `path`, `mod` and `type` are constants; `data` is empty for a frame
-// without payload to show.
-struct FRAME_TEXTS {
-    char no[12];
-    char ch[12];
-    const char* path;
-    const char* mod;
-    char id[9];
-    const char* type;
-    char len[4];
-    char data[kDataTextSize];
-    char time[13];
+// A record on its way into the log.
+struct LOG_ROW {
+    UPBS_INFO record;
+    bool is_recv;
+    int number;  // from 1
 };
 
-// Formats the row of a record; `number` is its row number.
-void frame_texts(const UPBS_INFO& record, bool is_recv, int number, FRAME_TEXTS* texts);
+// The cell texts of one row, by column; null: no text. They may point into the record itself, which
+// therefore is not copied.
+struct FRAME_TEXTS {
+    FRAME_TEXTS() = default;
+    FRAME_TEXTS(const FRAME_TEXTS&) = delete;
+    FRAME_TEXTS& operator=(const FRAME_TEXTS&) = delete;
+
+    const char* cell[COL_NUM];
+    char buffer[COL_NUM][kCellTextSize];
+};
+
+// Formats a row.
+void frame_texts(const LOG_ROW& row, FRAME_TEXTS* texts);
+
+// ---- Log -----------------------------------------------------------------------------------
+
+extern GtkListStore* store;
 
 // Builds the columns of the log's view and its store. After bs_info.tree has been looked up.
 void frame_log_init();
@@ -49,10 +59,10 @@ void frame_log_flush();
 // records at once, uses the two calls above instead.
 void list_insert(UPBS_INFO upbs_info, bool is_recv);
 
-// "clicked" of Clear: empties the log and zeroes the counts of the four labels.
-void btn_clear_cb(GtkWidget* widget, gpointer user_data);
-
 // Sets a label's text unless it shows that text already, which spares the window a layout.
 void show_text(GtkWidget* label, const char* text);
+
+// "clicked" of Clear: empties the log and zeroes the counts of the four labels.
+void btn_clear_cb(GtkWidget* widget, gpointer user_data);
 
 #endif
