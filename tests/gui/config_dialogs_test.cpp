@@ -11,13 +11,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Clicks the button and answers its dialog; an accepted export must propose the path by itself.
-void click_and_answer(int button, gint response, const fs::path& path = {}) {
+// Clicks the button and answers its dialog. An import chooses `path`; an export must propose it by
+// itself and ask before it overwrites. Returns what the status log says then.
+Lines log_after(int button, gint response, const fs::path& path = {}) {
     std::function<void()> answer = [&] {
         GtkWidget* dialog = gtk_grab_get_current();
         GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
         if (button == CS_BTN_IMPORT) {
             gtk_file_chooser_set_filename(chooser, path.c_str());
+        } else {
+            EXPECT_TRUE(gtk_file_chooser_get_do_overwrite_confirmation(chooser));
         }
         // The chooser takes and gives paths in its own time.
         EXPECT_TRUE(response != GTK_RESPONSE_OK || run_until([&] {
@@ -27,6 +30,7 @@ void click_and_answer(int button, gint response, const fs::path& path = {}) {
     };
     when_idle(&answer);
     use(cs_info.btn[button]);
+    return log_lines();
 }
 
 }  // namespace
@@ -36,26 +40,22 @@ TEST_F(ConfigDialogs, ExportedFileIsImportedAgainUnlessItIsCut) {
     const fs::path file = folder / "tavu.cfg";
     const fs::path interface_files = fs::current_path();
     fs::current_path(folder);
-    use(cd_info.btn_cnnt);
-    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_CANCEL);
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_DELETE_EVENT);
-    EXPECT_EQ(log_lines().size(), 5U);  // of the settings, which the export has applied
+    ASSERT_TRUE(connected());
+    const Lines settings_applied = log_after(CS_BTN_EXPORT, GTK_RESPONSE_CANCEL);
+    EXPECT_EQ(settings_applied.size(), 5U);
+    EXPECT_EQ(log_after(CS_BTN_IMPORT, GTK_RESPONSE_DELETE_EVENT), settings_applied);
 
     GtkWidget* rate = cs_info.can[CAN_1].cbbox[CS_CBBOX_BAUD];
     use(rate, "Baud 400K");
     station().script_reply(0x37, {});
-    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file);
-    EXPECT_EQ(log_lines(), Lines{"Export CFG failed !"});
-    click_and_answer(CS_BTN_EXPORT, GTK_RESPONSE_OK, file);
-    EXPECT_EQ(log_lines(), Lines{"Export CFG successfully !"});
+    EXPECT_EQ(log_after(CS_BTN_EXPORT, GTK_RESPONSE_OK, file), Lines{"Export CFG failed !"});
+    EXPECT_EQ(log_after(CS_BTN_EXPORT, GTK_RESPONSE_OK, file), Lines{"Export CFG successfully !"});
     use(rate, "Baud 1M");
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
-    EXPECT_EQ(log_lines(), Lines{"Import CFG successfully !"});
-    EXPECT_EQ(shown({rate}), "Baud 400K|");
+    EXPECT_EQ(log_after(CS_BTN_IMPORT, GTK_RESPONSE_OK, file), Lines{"Import CFG successfully !"});
+    EXPECT_EQ(shown({rate}), "Baud 400K");
 
     fs::resize_file(file, fs::file_size(file) - 1);
-    click_and_answer(CS_BTN_IMPORT, GTK_RESPONSE_OK, file);
-    EXPECT_EQ(log_lines(), Lines{"Import CFG failed !"});
+    EXPECT_EQ(log_after(CS_BTN_IMPORT, GTK_RESPONSE_OK, file), Lines{"Import CFG failed !"});
     fs::current_path(interface_files);
     fs::remove_all(folder);
 }

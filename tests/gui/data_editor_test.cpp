@@ -6,37 +6,66 @@
 
 using DataEditor = UiTest;
 
-TEST_F(DataEditor, OnlyConfirmedBytesReachThePayloadAndThePanel) {
-    // Length, button in the dialog, answer; bytes that change, then the panel's.
-    const std::tuple<int, GtkWidget*, int, int, std::string> visits[] = {
-        {64, ed_info.fill_btn, 1, 64, "00|01|02|03|04|05|06|07|"},
-        {3, ed_info.fill_btn, 1, 3, "00|01|02||||||"},
-        {0, ed_info.fill_btn, 1, 0, "||||||||"},
-        {16, ed_info.clear_btn, GTK_RESPONSE_CANCEL, 0, "5a|5a|5a|5a|5a|5a|5a|5a|"},
-        {16, ed_info.clear_btn, GTK_RESPONSE_DELETE_EVENT, 0, "5a|5a|5a|5a|5a|5a|5a|5a|"},
-    };
-    const Widgets panel(&ss_info.ety_d[SS_ETY_D_B0], std::end(ss_info.ety_d));
+namespace {
+
+constexpr int kConfirm = 1;  // the response of the confirming button
+
+// Opens the editor on `length` bytes, with 5A in the panel's entries and EE in the payload; acts
+// while it is open, then answers.
+void edit(int length, const std::function<void()>& act, int answer) {
     use(ss_info.chk[SS_CHK_FDF], "on");
-    for (const auto& [length, button, answer, changed, expected] : visits) {
-        std::function<void()> act = [&, button = button, answer = answer] {
-            use(button);
-            gtk_dialog_response(GTK_DIALOG(windows->ed_dialog), answer);
-        };
-        use(ss_info.cbbox[SS_CBBOX_LEN], std::to_string(length));
-        for (GtkWidget* byte : panel) {
-            use(byte, "5a");
-        }
-        std::fill(std::begin(g_data), std::end(g_data), static_cast<unsigned char>(0xEE));
-        when_idle(&act);
-        use(ss_info.btn_can_data);
-        EXPECT_FALSE(gtk_widget_get_visible(windows->ed_dialog));
-        EXPECT_EQ(shown(panel), expected);
-        std::string bytes;
-        for (int i = 0; i < kPayloadMax; ++i) {
-            // Opening has stored the panel's bytes.
-            EXPECT_EQ(g_data[i], i < changed ? i : i < std::min(length, 8) ? 0x5A : 0xEE) << length;
-            bytes += (i < length ? owned(g_strdup_printf("%02X", g_data[i])) : "") + '|';
-        }
-        EXPECT_EQ(shown({std::begin(ed_info.ety_d), std::end(ed_info.ety_d)}), bytes);
+    use(ss_info.cbbox[SS_CBBOX_LEN], std::to_string(length));
+    std::fill(std::begin(g_data), std::end(g_data), static_cast<unsigned char>(0xEE));
+    for (int entry = SS_ETY_D_B0; entry <= SS_ETY_D_B7; ++entry) {
+        use(ss_info.ety_d[entry], "5a");
     }
+    std::function<void()> visit = [&] {
+        act();
+        gtk_dialog_response(GTK_DIALOG(windows->ed_dialog), answer);
+    };
+    when_idle(&visit);
+    use(ss_info.btn_can_data);
+    EXPECT_FALSE(gtk_widget_get_visible(windows->ed_dialog));
+}
+
+}  // namespace
+
+TEST_F(DataEditor, ConfirmedBytesReachThePayloadAndThePanelUpToTheLength) {
+    edit(
+        8, [] { use(ed_info.clear_btn); }, kConfirm);
+    EXPECT_EQ(shown({ss_info.ety_d[SS_ETY_D_B7]}), "00");
+    for (const int length : {64, 3, 0}) {
+        edit(
+            length, [] { use(ed_info.fill_btn); }, kConfirm);
+        for (int i = 0; i < kPayloadMax; ++i) {
+            EXPECT_EQ(g_data[i], i < length ? i : 0xEE) << length;
+            const std::string text = i < length ? owned(g_strdup_printf("%02X", i)) : "hidden";
+            EXPECT_EQ(shown({ed_info.ety_d[i]}), text) << length;
+            EXPECT_TRUE(i > 7 || shown({ss_info.ety_d[SS_ETY_D_B0 + i]}) == text) << i;
+        }
+    }
+}
+
+TEST_F(DataEditor, DismissedBytesAreForgotten) {
+    for (const int answer : {GTK_RESPONSE_CANCEL, GTK_RESPONSE_DELETE_EVENT}) {
+        edit(
+            16, [] { use(ed_info.clear_btn); }, answer);
+        EXPECT_EQ(shown({ed_info.ety_d[7], ed_info.ety_d[8], ss_info.ety_d[SS_ETY_D_B7]}),
+                  "5A | EE | 5a");
+        EXPECT_EQ(g_data[7], 0x5A);  // as opening has stored the panel's bytes
+        EXPECT_EQ(g_data[8], 0xEE);
+    }
+}
+
+TEST_F(DataEditor, TypingGoesOnInTheEditorFromItsFirstByte) {
+    const auto type_two_bytes = [] {
+        for (GtkWidget* entry : {ed_info.ety_d[0], ed_info.ety_d[1]}) {
+            EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(windows->ed_dialog)), entry);
+            use(entry, "");
+            type_key(entry, 'a');
+            type_key(entry, '5');
+        }
+    };
+    edit(2, type_two_bytes, kConfirm);
+    EXPECT_EQ(shown({ss_info.ety_d[SS_ETY_D_B0], ss_info.ety_d[SS_ETY_D_B0 + 1]}), "A5 | A5");
 }

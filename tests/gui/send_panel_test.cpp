@@ -5,44 +5,44 @@
 #include "tests/gui/ui_fixture.h"
 
 #include <numeric>
-#include <utility>
 
 using SendPanel = UiTest;
 
+// CAN FD is on for CAN 1 only. Shown are FDF, BRS, RTR, the length, and bytes 2 and 3.
 TEST_F(SendPanel, FlagsLengthsAndBytesFollowEachOther) {
     upui_info.device_type = 1;
     upui_info.cfg_info_canfd.fdf_en[CAN_1] = 1;
     const auto& [channel, length] = ss_info.cbbox;
     const auto& [eid, rtr, iid, fdf, brs] = ss_info.chk;
     const auto& [id, d0, d1, d2, d3, d4, d5, d6, d7] = ss_info.ety_d;
-    for (const auto& [byte, text] : {std::pair{d0, "0"}, {d2, "2"}, {d3, "3"}, {d7, "7"}}) {
-        use(byte, text);
-    }
-    expect_steps({fdf, brs, rtr, length, d0, d2, d3, d7},
-                 {{channel, "CAN 2", "off!|off!|off|8|0|2|3|7|"},
-                  {channel, "CAN 1", "off|off!|off|8|0|2|3|7|"},
-                  {length, "3", "off|off!|off|3|0|2|||"},
-                  {fdf, "on", "on|off|off!|8|0|2|3|7|"},
-                  {brs, "on", "on|on|off!|8|0|2|3|7|"},
-                  {length, "0", "on|on|off!|0|||||"},
-                  {length, "64", "on|on|off!|64|0|2|3|7|"},
-                  {channel, "CAN 2", "off!|off!|off|8|0|2|3|7|"},
-                  {length, "12", "off!|off!|off||0|2|3|7|"},
-                  {rtr, "on", "off!|off!|on||0|2|3|7|"},
-                  {channel, "CAN 1", "off!|off!|on|8|0|2|3|7|"},
-                  {rtr, "off", "off|off!|off|8|0|2|3|7|"},
-                  {rtr, "on", "off!|off!|on|8|0|2|3|7|"},
-                  {fdf, "on", "on|off|off!|8|0|2|3|7|"},
-                  {fdf, "off", "off|off!|off|8|0|2|3|7|"},
-                  {channel, "none", "off!|off!|off|8|0|2|3|7|"},
-                  {channel, "CAN 1", "off|off!|off|8|0|2|3|7|"}});
+    const Widgets panel{fdf, brs, rtr, length, d2, d3};
+    use(d2, "2");
+    use(d3, "3");
+    EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 2 | 3");
+    EXPECT_EQ(after(channel, "CAN 1", panel), "off | (off) | off | 8 | 2 | 3");
+    EXPECT_EQ(after(length, "3", panel), "off | (off) | off | 3 | 2 | hidden");
+    EXPECT_EQ(after(fdf, "on", panel), "on | off | (off) | 8 | 2 | 3");
+    EXPECT_EQ(after(brs, "on", panel), "on | on | (off) | 8 | 2 | 3");
+    EXPECT_EQ(after(length, "0", panel), "on | on | (off) | 0 | hidden | hidden");
+    EXPECT_EQ(after(length, "64", panel), "on | on | (off) | 64 | 2 | 3");
+    EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 2 | 3");
+    EXPECT_EQ(after(length, "12", panel), "(off) | (off) | off |  | 2 | 3");  // no such row
+    EXPECT_EQ(after(rtr, "on", panel), "(off) | (off) | on |  | 2 | 3");
+    EXPECT_EQ(after(channel, "CAN 1", panel), "(off) | (off) | on | 8 | 2 | 3");
+    EXPECT_EQ(after(rtr, "off", panel), "off | (off) | off | 8 | 2 | 3");
+    EXPECT_EQ(after(rtr, "on", panel), "(off) | (off) | on | 8 | 2 | 3");
+    EXPECT_EQ(after(fdf, "on", panel), "on | off | (off) | 8 | 2 | 3");
+    EXPECT_EQ(after(fdf, "off", panel), "off | (off) | off | 8 | 2 | 3");
+    upui_info.device_type = 0;
+    EXPECT_EQ(after(channel, "none", panel), "(off) | (off) | off | 8 | 2 | 3");
+    EXPECT_EQ(after(channel, "CAN 1", panel), "(off) | (off) | off | 8 | 2 | 3");
 }
 
-TEST_F(SendPanel, SendPutsThePanelsFramesOnTheWireAndStopEndsThem) {
-    station().set_state({.fd_config = {1, 2, 0, 2}});
-    use(cd_info.btn_cnnt);
-    use(cd_info.btn_start);
+TEST_F(SendPanel, BurstGoesOutAsComposedWithItsIntervalUntilStop) {
+    constexpr gint64 kInterval_us = 99'999;
+    ASSERT_TRUE(connected());
     const auto& [eid, rtr, iid, fdf, brs] = ss_info.chk;
+    const auto& [count, interval, times] = ss_info.ety_u;
     for (GtkWidget* box : {eid, iid, fdf, brs}) {
         use(box, "on");
     }
@@ -53,26 +53,32 @@ TEST_F(SendPanel, SendPutsThePanelsFramesOnTheWireAndStopEndsThem) {
     for (const char* text : {"", "1", "2c", "3", "4", "5", "6", "FF"}) {
         use(ss_info.ety_d[byte++], text);
     }
-    use(ss_info.ety_u[SS_ETY_LAB_U_COUNT], "2");
+    use(count, "2");
+    use(interval, std::to_string(kInterval_us));
+    use(times, "2");
+    const gint64 start_us = g_get_monotonic_time();
     use(ss_info.btn_send);
-    ASSERT_TRUE(run_until([] { return sent(0xF0).size() == 2; }));
-    Bytes frame{0xF0, 0x95, 0x05, 0x1A, 0xBC, 0xDE, 0xF0, 0x00, 0x01, 0x2C,
-                0x03, 0x04, 0x05, 0x06, 0xFF, 0x48, 0x49, 0x4A, 0x4B};
-    EXPECT_EQ(sent(0xF0)[0], frame);
-    frame[6] = 0xF1;
-    EXPECT_EQ(sent(0xF0)[1], frame);
+    ASSERT_TRUE(run_until([] { return sent(0xF0).size() == 4; }));
+    EXPECT_GE(g_get_monotonic_time() - start_us, 3 * kInterval_us);
+    const Bytes first{0xF0, 0x95, 0x05, 0x1A, 0xBC, 0xDE, 0xF0, 0x00, 0x01, 0x2C,
+                      0x03, 0x04, 0x05, 0x06, 0xFF, 0x48, 0x49, 0x4A, 0x4B};
+    Bytes next = first;
+    next[6] = 0xF1;
+    EXPECT_EQ(sent(0xF0), (std::vector{first, next, first, next}));
 
-    for (GtkWidget* box : {eid, iid, fdf}) {
-        use(box, "off");
-    }
-    EXPECT_EQ(shown({ss_info.ety_d[SS_ETY_D_ID]}), "1ab|");
-    use(ss_info.ety_u[SS_ETY_LAB_U_COUNT], "99999");
+    use(eid, "off");
+    EXPECT_EQ(shown({ss_info.ety_d[SS_ETY_D_ID]}), "1ab");
+    use(ss_info.cbbox[SS_CBBOX_CAN], "CAN 2");
+    use(rtr, "on");
+    use(count, "99999");
     use(ss_info.btn_send);
-    ASSERT_TRUE(run_until([] { return sent(0xE0).size() > 3; }));
+    ASSERT_TRUE(run_until([] { return !sent(0xE0).empty(); }));
+    EXPECT_EQ(sent(0xE0)[0], (Bytes{0xE0, 0x8A, 0, 0, 0x01, 0xAB, 0, 1, 0x2C, 3, 4, 5, 6, 0xFF}));
     use(ss_info.btn_stop);  // returns once the worker has ended
-    EXPECT_TRUE(run_until([before = std::size_t{0}]() mutable {
-        const std::size_t last = std::exchange(before, sent(0xE0).size());
-        return last == before && send_queue_empty();
-    }));
-    EXPECT_EQ(sent(0xE0).back(), sent(0xE0).front());
+    const Widgets label{bs_info.label_content[BS_LABEL_SEND2_C]};
+    ASSERT_TRUE(run_until([&] { return shown(label) == std::to_string(sent(0xE0).size()); }));
+    const std::string at_stop = shown(label);
+    const gint64 later_us = g_get_monotonic_time() + 2 * kInterval_us;
+    ASSERT_TRUE(run_until([=] { return g_get_monotonic_time() > later_us; }));
+    EXPECT_EQ(shown(label), at_stop);
 }
