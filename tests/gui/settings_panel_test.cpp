@@ -60,24 +60,23 @@ TEST_F(SettingsPanel, ModulesConfigurationIsShownAndSentBackUnchanged) {
                     9, 0, 2, 0, 0, 1, 0x23, 0x3F, 0xFF, 0xFF, 0xFF, 255};  // CAN 2: 1M, 29 bit; all
     state.fd_config = {0, 2, 1, 10};                                       // CAN 2: 10M
     station().set_state(state);
-    ASSERT_TRUE(connected());
-    EXPECT_EQ(settings(CAN_1), "Baud 500K | (Baud 2M) | Filter 11-bit | 123 | 7FF | on | off");
-    EXPECT_EQ(settings(CAN_2),
-              "Baud 1M | Baud 10M | Filter 29-bit | 00000123 | 1FFFFFFF | off | on");
+    const char* can_1 = "Baud 500K | (Baud 2M) | Filter 11-bit | 123 | 7FF | on | off";
+    const char* can_2 = "Baud 1M | Baud 10M | Filter 29-bit | 00000123 | 1FFFFFFF | off | on";
+    tried([] { use(cd_info.btn_cnnt); }, [&] { return is_connect && settings(CAN_2) == can_2; });
+    EXPECT_EQ(settings(CAN_1), can_1);
+    EXPECT_EQ(settings(CAN_2), can_2);
     EXPECT_EQ(shown({bs_info.cbbox, bs_info.label_content[BS_LABEL_CAN1_ECR_C],
                      bs_info.label_content[BS_LABEL_EE_C]}),
               "Enable All |   000000 | ○");
     station().set_state({});
-    set_config();
+    EXPECT_TRUE(logs(set_config, {"Set mode successfully !", "Set baud rate successfully !",
+                                  "Set filter successfully !", "CAN1 operates in CAN2.0B",
+                                  "CAN2 operates in CANFD"}));
     state.config.back() = 0;  // error reports are set on their own
     EXPECT_EQ(station().state().config, state.config);
     EXPECT_EQ(station().state().fd_config, state.fd_config);
-    EXPECT_EQ(log_lines(), (Lines{"Set mode successfully !", "Set baud rate successfully !",
-                                  "Set filter successfully !", "CAN1 operates in CAN2.0B",
-                                  "CAN2 operates in CANFD"}));
     station().set_state({});
-    use(cs_info.btn[CS_BTN_RESET]);
-    EXPECT_EQ(log_lines(), Lines{"Reset CAN successfully !"});
+    EXPECT_TRUE(logs([] { use(cs_info.btn[CS_BTN_RESET]); }, {"Reset CAN successfully !"}));
     EXPECT_EQ(settings(CAN_2), "Baud 500K | (Baud 2M) | Filter NONE | () | () | off | off");
 }
 
@@ -86,16 +85,22 @@ TEST_F(SettingsPanel, RefusedCommandsAreReportedAsFailedOrNotAtAll) {
     EXPECT_EQ(log_lines(), Lines{"Please connect device !"});
     ASSERT_TRUE(connected());
     station().forget_commands();
-    use(bs_info.cbbox, "Enable All");
-    EXPECT_EQ(sent(0x38), std::vector({Bytes{0x38, 255}}));
-    EXPECT_EQ(log_lines(), Lines{"Set error type successfully !"});
+    EXPECT_TRUE(logs(
+        [] {
+            use(bs_info.cbbox, "none");
+            use(bs_info.cbbox, "Enable All");
+        },
+        {"Set error type successfully !"}));
+    ASSERT_FALSE(sent(0x38).empty());
+    EXPECT_EQ(sent(0x38).front(), (Bytes{0x38, 255}));
     station().script_reply(0x38, {0x38, 1, 0, 0, 0});
     use(bs_info.cbbox, "Bus Error");
     EXPECT_EQ(log_lines(), Lines{"Set error type failed !"});
     EXPECT_EQ(shown({bs_info.label_content[BS_LABEL_EE_C]}), "○");  // as before
     station().script_reply(0x33, {0x33, 1, 0, 0, 0});
     set_config();
-    EXPECT_EQ(sent(0x31), std::vector({Bytes{0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0}}));
+    ASSERT_EQ(sent(0x31).size(), 1U);
+    EXPECT_EQ(sent(0x31)[0], (Bytes{0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(log_lines(), Lines{"Set error type failed !"});  // nothing said of the settings
     station().script_reply(0x34, {0x34, 1, 0, 0, 0});
     use(cs_info.btn[CS_BTN_RESET]);

@@ -117,6 +117,22 @@ inline bool run_until(const std::function<bool()>& condition) {
     return holds;
 }
 
+// Does `act` until the condition holds, but five times at most: a busy machine may miss the 150 ms
+// in which the module answers.
+inline bool tried(const std::function<void()>& act, const std::function<bool()>& condition) {
+    for (int tries = 0; tries < 5 && !condition(); ++tries) {
+        act();
+    }
+    return condition();
+}
+
+// Whether the status log says just that after `act`.
+inline testing::AssertionResult logs(const std::function<void()>& act, const Lines& expected) {
+    clear_log();
+    return testing::AssertionResult(tried(act, [&] { return log_lines() == expected; }))
+           << testing::PrintToString(log_lines());
+}
+
 // The second module of the port list, which the tests connect to. The first is never touched.
 inline sim::Station& station() {
     static sim::Station first({.device = "/dev/ttyUSB1"});
@@ -148,12 +164,8 @@ class UiTest : public ::testing::Test {
         use(cd_info.cbbox, "ttyACM0");
         station().forget_commands();
     }
-    // Tries again when a busy machine has missed the module's 150 ms.
     static bool connected() {
-        for (int tries = 0; tries < 5 && !is_connect; ++tries) {
-            use(cd_info.btn_cnnt);
-        }
-        return is_connect;
+        return tried([] { use(cd_info.btn_cnnt); }, [] { return is_connect; });
     }
     void TearDown() override {
         if (is_connect) {
