@@ -89,8 +89,8 @@ TEST_F(BusStatus, BoxRestartsReceptionInTheChosenMode) {
     }
 }
 
-// Ticks of the main loop that take longer than their period, one at once after the other.
-TEST_F(BusStatus, HeavyTicksLoseNothingAndLeaveTheWindowTimeToRedraw) {
+// After a tick that takes longer than its period the next one is due at once.
+TEST_F(BusStatus, LongTickIsFollowedByARedrawBeforeTheNextOne) {
     static int redraws = 0;
     const guint redraw = g_idle_add_full(
         GDK_PRIORITY_REDRAW + 2, [](gpointer) -> int { return ++redraws, G_SOURCE_CONTINUE; },
@@ -98,16 +98,16 @@ TEST_F(BusStatus, HeavyTicksLoseNothingAndLeaveTheWindowTimeToRedraw) {
     is_done_non_block = true;  // or nothing would be shown in batches
     for (const char* batches : {"off", "on"}) {
         use(rs_info.chk, batches);
-        use(bs_info.btn_clr);
-        redraws = 0;
-        int heavy_ticks = 0;
-        for (; redraws < 5 && heavy_ticks < 200; ++heavy_ticks) {  // a busy machine misses some
+        int redraws_between = 0;
+        for (int tries = 0; tries < 50 && redraws_between == 0; ++tries) {  // for a busy machine
             queue(600, 400);
-            ASSERT_TRUE(run_until([] { return send_queue_empty(); }));
+            ASSERT_TRUE(run_until(send_queue_empty));
+            redraws = 0;
+            queue(1, 0);
+            ASSERT_TRUE(run_until(send_queue_empty));
+            redraws_between = redraws;
         }
-        EXPECT_GE(redraws, 5) << batches;
-        EXPECT_EQ(shown({bs_info.label_content[BS_LABEL_SEND1_C]}),
-                  std::to_string(heavy_ticks * 600));
+        EXPECT_GT(redraws_between, 0) << batches;
     }
     is_done_non_block = false;
     g_source_remove(redraw);
@@ -117,9 +117,9 @@ TEST_F(BusStatus, HeavyTicksLoseNothingAndLeaveTheWindowTimeToRedraw) {
 TEST_F(BusStatus, FloodedBusIsShownInStepsOfThirtyMilliseconds) {
     const gint64 start_us = g_get_monotonic_time();
     const Widgets count{bs_info.label_content[BS_LABEL_RECV1_C]};
-    for (const char* shown_by_then : {"500", "1000", "1500", "2000", "2500", "3000"}) {
+    for (int frames = 500; frames <= 3000; frames += 500) {
         queue(0, 500);
-        ASSERT_TRUE(run_until([&] { return shown(count) == shown_by_then; }));
+        ASSERT_TRUE(run_until([&] { return shown(count) == std::to_string(frames); }));
     }
     EXPECT_GE(g_get_monotonic_time() - start_us, 5 * 30'000);
     queue(0, 1);

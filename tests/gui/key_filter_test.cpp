@@ -34,25 +34,34 @@ TEST_F(KeyFilter, SecondDigitOfAByteMovesOnUnlessItIsTheLastByteOrTheKeyErases) 
 
 TEST_F(KeyFilter, TypingAByteFillsItsEntryAndMovesToTheNextVisibleOne) {
     GtkWidget* const* bytes = &ss_info.ety_d[SS_ETY_D_B0];
+    const GEventRef event(gdk_event_new(GDK_KEY_PRESS));
+    event->key.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(windows->main_window)));
     wgt_show_hide(true, true);
     use(ss_info.cbbox[SS_CBBOX_LEN], "5");
     for (const auto& [from, to] : {std::pair{3, 4}, {4, 4}}) {  // byte 5 is hidden
         use(bytes[from], "");
         gtk_widget_grab_focus(bytes[from]);
         for (const guint key : {'1', 'g', '-', ' ', 'c'}) {
-            type_key(bytes[from], key);
+            event->key.keyval = key;
+            gtk_widget_event(bytes[from], event.get());
         }
         EXPECT_EQ(shown({bytes[from]}), "1c");
         EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(windows->main_window)), bytes[to]);
     }
 }
 
-TEST_F(KeyFilter, ShortcutsAreLeftToTheWindow) {
-    KEY_PRESS_INFO number{.type = ETY_NUM, .can_bit = 0};
-    GdkEventKey paste{};
-    paste.keyval = GDK_KEY_v;
-    EXPECT_TRUE(ety_key_press(rs_info.ety[0], &paste, &number));
-    for (paste.state = GDK_CONTROL_MASK; paste.state <= GDK_MOD1_MASK; paste.state <<= 1) {
-        EXPECT_FALSE(ety_key_press(rs_info.ety[0], &paste, &number));
-    }
+TEST_F(KeyFilter, EditorsBytesMoveOnInTheEditorAndShortcutsAreLeftToTheWindow) {
+    KEY_PRESS_INFO byte_3{.type = ETY_CAN_FD_DATA, .can_bit = 3};
+    GdkEventKey key{};
+    const auto swallows = [&](guint keyval, guint modifiers) {
+        key.keyval = keyval;
+        key.state = modifiers;
+        return ety_key_press(ed_info.ety_d[3], &key, &byte_3);
+    };
+    EXPECT_TRUE(swallows('v', 0));
+    EXPECT_FALSE(swallows('v', GDK_CONTROL_MASK));
+    EXPECT_FALSE(swallows('v', GDK_MOD1_MASK));
+    use(ed_info.ety_d[3], "1");
+    EXPECT_FALSE(swallows('a', 0));
+    EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(windows->ed_dialog)), ed_info.ety_d[4]);
 }

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -92,14 +91,6 @@ inline std::string after(GtkWidget* widget, const std::string& text, const Widge
     return shown(watched);
 }
 
-// Types a key into an entry.
-inline void type_key(GtkWidget* entry, guint key) {
-    const GEventRef event(gdk_event_new(GDK_KEY_PRESS));
-    event->key.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(entry)));
-    event->key.keyval = key;
-    gtk_widget_event(entry, event.get());
-}
-
 // Calls `act` from the main loop, that of a dialog if one is open by then.
 inline void when_idle(std::function<void()>* act) {
     g_idle_add_once([](gpointer data) { (*static_cast<std::function<void()>*>(data))(); }, act);
@@ -108,11 +99,10 @@ inline void when_idle(std::function<void()>* act) {
 // Runs the main loop until the condition holds; false when it still does not at the limit, which
 // is generous for a busy machine.
 inline bool run_until(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    bool holds = condition();
-    while (!holds && std::chrono::steady_clock::now() < deadline) {
+    const gint64 limit_us = g_get_monotonic_time() + 20 * G_USEC_PER_SEC;
+    bool holds = false;
+    while (!(holds = condition()) && g_get_monotonic_time() < limit_us) {
         g_main_context_iteration(nullptr, TRUE);  // the display timer wakes it every millisecond
-        holds = condition();
     }
     return holds;
 }
@@ -124,6 +114,10 @@ inline bool tried(const std::function<void()>& act, const std::function<bool()>&
         act();
     }
     return condition();
+}
+
+inline bool connected() {
+    return tried([] { use(cd_info.btn_cnnt); }, [] { return is_connect; });
 }
 
 // Whether the status log says just that after `act`.
@@ -163,9 +157,6 @@ class UiTest : public ::testing::Test {
         use(bs_info.btn_clr);
         use(cd_info.cbbox, "ttyACM0");
         station().forget_commands();
-    }
-    static bool connected() {
-        return tried([] { use(cd_info.btn_cnnt); }, [] { return is_connect; });
     }
     void TearDown() override {
         if (is_connect) {
