@@ -14,8 +14,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-constexpr int kMaxAttempts = 16;             // then a frame without acknowledgement is given up
-constexpr std::uint8_t kPassiveLevel = 128;  // no further rise without acknowledgement
+constexpr int kMaxAttempts = 16;  // then a frame without acknowledgement is given up
 constexpr std::uint8_t kTransmitPenalty = 8;
 constexpr std::uint8_t kFormError = 2;
 constexpr std::uint8_t kAcknowledgeError = 3;
@@ -69,7 +68,7 @@ bool filter_passes(const PortSettings& port, const Frame& frame) {
     if (port.filter_type == 0) {
         return true;
     }
-    const std::uint32_t mask = port.filter_mask & (frame.extended ? 0x1FFFFFFFU : 0x7FFU);
+    const std::uint32_t mask = port.filter_mask & id_mask(frame.extended);
     return frame.extended == (port.filter_type == 2) &&
            (frame.id & mask) == (port.filter_id & mask);
 }
@@ -238,7 +237,7 @@ void Bus::receive(int channel, const Transmission& sent) {
 
 void Bus::receive_error(int channel) {
     ErrorCounters& counters = errors_.at(static_cast<std::size_t>(channel));
-    if (counters.receive >= kPassiveLevel) {
+    if (counters.receive >= kErrorPassive) {
         return;
     }
     ++counters.receive;
@@ -253,11 +252,11 @@ void Bus::unacknowledged(int sender) {
     if (++queues_.at(c).front().attempts >= kMaxAttempts) {
         queues_.at(c).pop_front();
     }
-    if (counters.transmit >= kPassiveLevel) {
+    if (counters.transmit >= kErrorPassive) {
         return;
     }
     counters.transmit = static_cast<std::uint8_t>(
-        std::min<int>(counters.transmit + kTransmitPenalty, kPassiveLevel));
+        std::min<int>(counters.transmit + kTransmitPenalty, kErrorPassive));
     ++counters.logged;
     counters.last_error = kAcknowledgeError;
     events_.error();

@@ -32,6 +32,9 @@ struct PortSettings {
     std::uint32_t filter_mask = 0;
 };
 
+// Value of an error counter from which the controller is error passive.
+inline constexpr std::uint8_t kErrorPassive = 128;
+
 // Error counters of one channel's controller.
 struct ErrorCounters {
     std::uint8_t transmit = 0;

@@ -91,8 +91,7 @@ std::optional<Bytes> join_hex(Words words) {
 
 // The smallest DLC code whose payload holds `length` bytes; none when none does.
 std::optional<std::uint8_t> dlc_for(std::size_t length, bool fd) {
-    const std::uint8_t last = fd ? 15 : 8;
-    for (std::uint8_t dlc = 0; dlc <= last; ++dlc) {
+    for (std::uint8_t dlc = 0; dlc <= highest_dlc(fd); ++dlc) {
         if (static_cast<std::size_t>(payload_length(dlc, fd)) >= length) {
             return dlc;
         }
@@ -111,7 +110,7 @@ std::optional<Frame> frame_from(Words words) {
     if (rest.size() < 2 || (rest[0] != "1" && rest[0] != "2") || (frame.fd && frame.remote)) {
         return std::nullopt;
     }
-    const auto id = hex_number(rest[1], frame.extended ? 0x1FFFFFFF : 0x7FF);
+    const auto id = hex_number(rest[1], id_mask(frame.extended));
     const auto data = join_hex(Words(rest).subspan(2));
     const auto dlc = data ? dlc_for(data->size(), frame.fd) : std::nullopt;
     if (!id || !dlc) {

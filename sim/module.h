@@ -6,6 +6,7 @@
 #define SIM_MODULE_H
 
 #include "sim/bus.h"
+#include "sim/commands.h"
 #include "sim/wire.h"
 
 #include <array>
@@ -13,6 +14,24 @@
 #include <optional>
 
 namespace sim {
+
+// Places in the configuration bytes: of one channel, then behind both.
+inline constexpr std::size_t kChannelBytes = 11;
+inline constexpr std::size_t kRateAt = 0;
+inline constexpr std::size_t kModeAt = 1;
+inline constexpr std::size_t kFilterAt = 2;  // type, identifier (4), mask (4)
+inline constexpr std::size_t kErrorTypeAt = 22;
+
+// Values of the error-report code.
+inline constexpr std::uint8_t kReportNone = 0;
+inline constexpr std::uint8_t kReportRomErrors = 1;
+inline constexpr std::uint8_t kReportBusErrors = 2;
+inline constexpr std::uint8_t kReportAll = 255;
+
+// Index: bit-rate code. The last two are the custom rates.
+inline constexpr std::array<std::uint32_t, 13> kNominalBps{
+    5'000,   10'000,  20'000,    50'000,  100'000, 125'000, 250'000,
+    500'000, 800'000, 1'000'000, 400'000, 200'000, 300'000};
 
 // What the module stores and reports about itself; tests may change any of it between commands.
 // A new module runs both channels at 500 kbit/s, CAN FD off, without filters and error reports.
@@ -29,16 +48,13 @@ struct ModuleState {
     // Skip, assign, order, identifier (8).
     std::array<std::uint8_t, 11> vcom{1, 0, 0, 'S', 'I', 'M', '0', '0', '0', '0', '1'};
     std::array<std::uint8_t, 2> running{};
-};
-
-// Second byte of a reply.
-enum class Status : std::uint8_t {
-    done = 0,
-    refused = 1,  // damaged command or a value out of range
-    busy = 2,     // a setting that needs both channels stopped
+    std::array<ErrorCounters, kChannels> errors{};
 };
 
 Bytes reply(std::uint8_t command, Status status, ByteView data = {});
+
+// The error counters as bus-status and bus-error reports carry them.
+std::array<ErrorData, kChannels> counter_data(const ModuleState& state);
 
 // What a command leads to.
 struct Answer {
@@ -64,20 +80,7 @@ class Module {
     void set_state(const ModuleState& state) { state_ = state; }
 
   private:
-    Status set(ByteView command);
-    Status change(ByteView command);
-    Status set_bit_rates(ByteView payload);
-    Status set_modes(ByteView payload);
-    Status set_filter(int channel, ByteView payload);
-    Status set_fd(ByteView payload);
-    Status set_timing(ByteView payload);
-    Status set_error_type(std::uint8_t code);
-    Status set_running(ByteView payload);
-    [[nodiscard]] Bytes read(ByteView command) const;
-    [[nodiscard]] bool any_running() const;
-
     ModuleState state_;
-    std::array<ErrorCounters, kChannels> errors_{};
 };
 
 }  // namespace sim

@@ -49,9 +49,10 @@ PortSlot& claim_or_throw(const std::string& device) {
 }
 
 bool is_stop(const Command& command) {
-    const std::uint8_t code = command.bytes[0];
+    const CommandId id = command.row->id;
     return command.intact &&
-           (code == 0x34 || (code == 0x61 && command.bytes[1] == 0 && command.bytes[2] == 0));
+           (id == CommandId::reset ||
+            (id == CommandId::run && command.bytes[1] == 0 && command.bytes[2] == 0));
 }
 
 // A registered device path, given back when it goes.
@@ -246,10 +247,10 @@ void Station::Impl::handle(const Command& command) {
 }
 
 void Station::Impl::carry_out(const Command& command) {
-    const std::uint8_t code = command.bytes[0];
+    const CommandRow& row = *command.row;
     Answer answer;
-    if (fault == Fault::refusing && code < 0xE0) {
-        answer.reply = reply(code, Status::refused);
+    if (fault == Fault::refusing && row.refused != Refused::never) {
+        answer.reply = reply(row.code, Status::refused);
     } else {
         answer = module.execute(command);
         configure_bus();
@@ -263,7 +264,7 @@ void Station::Impl::carry_out(const Command& command) {
         ++channel.from_host;
         channel.refused += bus.send(*answer.frame, Clock::now()) ? 0 : 1;
     }
-    if (auto& replacements = scripted[code]; !replacements.empty()) {
+    if (auto& replacements = scripted[row.code]; !replacements.empty()) {
         answer.reply = std::move(replacements.front());
         replacements.pop_front();
     }
@@ -287,10 +288,8 @@ void Station::Impl::report_frame(const Frame& frame, Instant at) {
         return;
     }
     const auto age = std::chrono::duration_cast<std::chrono::microseconds>(at - powered_on);
-    const TimeStamp stamp{static_cast<std::uint32_t>(age / 1s),
-                          static_cast<std::uint32_t>((age % 1s).count())};
     report.clear();
-    append_frame_report(report, frame, stamp,
+    append_frame_report(report, frame, time_stamp(age),
                         options.stamp_classic ? ClassicReport::stamped : ClassicReport::plain);
     outgoing.add_report(report);
     ++channel.reports;

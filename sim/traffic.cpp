@@ -41,7 +41,6 @@ constexpr std::array<Message, 16> kMessages{{
 }};
 
 constexpr int kNodeStep = 0x10;  // distance between the identifiers of two nodes
-constexpr std::uint8_t kClassicDlc = 8;
 
 void fill_payload(Frame& frame, std::uint32_t count) {
     const int length = payload_length(frame.dlc, frame.fd);
@@ -60,11 +59,11 @@ Frame TrafficSource::next(bool fd_allowed) {
                       static_cast<std::uint32_t>(std::max(nodes_, 1));
     Frame frame;
     frame.extended = message.extended;
-    frame.id = (message.id + node * kNodeStep) & (message.extended ? 0x1FFFFFFFU : 0x7FFU);
+    frame.id = (message.id + node * kNodeStep) & id_mask(message.extended);
     frame.fd = fd_allowed && (message.kind == Kind::fd || message.kind == Kind::fd_fast);
     frame.brs = frame.fd && message.kind == Kind::fd_fast;
     frame.remote = message.kind == Kind::remote;
-    frame.dlc = frame.fd ? message.dlc : std::min(message.dlc, kClassicDlc);
+    frame.dlc = std::min(message.dlc, highest_dlc(frame.fd));
     if (!frame.remote) {
         fill_payload(frame, count_);
     }

@@ -1,8 +1,10 @@
 // sim/wire.cpp - simulated module: command parser and report builder of the module's side.
-// Uses nothing else. Knows nothing of state, buses or ptys.
+// Uses sim/commands.h for the lengths. Knows nothing of state, buses or ptys.
 // Thread: any; no shared state.
 // SPDX-License-Identifier: MIT
 #include "sim/wire.h"
+
+#include "sim/commands.h"
 
 #include <algorithm>
 #include <numeric>
@@ -13,38 +15,18 @@ namespace {
 
 constexpr std::array<int, 16> kFdLength{0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
 constexpr int kClassicLength = 8;
-constexpr std::size_t kClosingBytes = 3;
 constexpr std::uint8_t kCr = 0x0D;
 constexpr std::uint8_t kLf = 0x0A;
-constexpr std::uint8_t kFrameCommand = 0xE0;
-constexpr std::uint8_t kFdFrameCommand = 0xF0;
-
-struct CommandLength {
-    std::uint8_t command;
-    std::size_t bytes;
-};
-
-constexpr std::array<CommandLength, 20> kCommandLengths{{
-    {0x30, 6}, {0x31, 13}, {0x32, 13}, {0x33, 6},           {0x34, 4},
-    {0x35, 4}, {0x36, 4},  {0x37, 4},  {0x38, 5},           {0x60, 4},
-    {0x61, 6}, {0x62, 4},  {0x47, 4},  {0x4A, 8},           {0x4B, 20},
-    {0x4C, 5}, {0x4D, 4},  {0x4E, 5},  {kFrameCommand, 17}, {kFdFrameCommand, 0},  // by DLC
-}};
-
-constexpr std::size_t kUnknown = 0;    // the byte starts no command
-constexpr std::size_t kNeedsMore = 1;  // the length is not known before the next byte
-
 std::size_t fd_data_field(std::uint8_t dlc) {
     return static_cast<std::size_t>(std::max(payload_length(dlc, true), kClassicLength));
 }
 
-std::size_t command_length(ByteView bytes) {
-    if (bytes[0] == kFdFrameCommand) {
-        return bytes.size() < 2 ? kNeedsMore : 10 + fd_data_field(bytes[1] >> 4);
+// Of the command that `bytes` start with; none when its DLC has not come yet.
+std::optional<std::size_t> command_length(const CommandRow& row, ByteView bytes) {
+    if (row.bytes != kLengthByDlc) {
+        return row.bytes;
     }
-    const auto found = std::find_if(kCommandLengths.begin(), kCommandLengths.end(),
-                                    [&](const CommandLength& e) { return e.command == bytes[0]; });
-    return found == kCommandLengths.end() ? kUnknown : found->bytes;
+    return bytes.size() < 2 ? std::nullopt : std::optional(10 + fd_data_field(bytes[1] >> 4));
 }
 
 std::uint8_t checksum(ByteView bytes) {
@@ -60,11 +42,6 @@ bool closed_properly(ByteView command) {
 bool is_intact(ByteView command) {
     const ByteView body = command.first(command.size() - kClosingBytes);
     return closed_properly(command) && command[body.size()] == checksum(body);
-}
-
-std::uint32_t big_endian(ByteView bytes) {
-    return static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
-           static_cast<std::uint32_t>(bytes[2]) << 8 | static_cast<std::uint32_t>(bytes[3]);
 }
 
 void append_big_endian(Bytes& out, std::uint32_t value) {
@@ -118,6 +95,12 @@ int payload_length(std::uint8_t dlc, bool fd) {
     return fd ? length : std::min(length, kClassicLength);
 }
 
+TimeStamp time_stamp(std::chrono::microseconds age) {
+    constexpr std::chrono::seconds kSecond{1};
+    return {static_cast<std::uint32_t>(age / kSecond),
+            static_cast<std::uint32_t>((age % kSecond).count())};
+}
+
 void CommandReader::feed(ByteView bytes) {
     pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(start_));
     start_ = 0;
@@ -127,18 +110,19 @@ void CommandReader::feed(ByteView bytes) {
 std::optional<Command> CommandReader::next() {
     while (start_ < pending_.size()) {
         const ByteView rest = ByteView(pending_).subspan(start_);
-        const std::size_t length = command_length(rest);
-        if (length == kUnknown) {
+        const CommandRow* row = find_command(rest[0]);
+        if (row == nullptr) {
             ++start_;
             ++skipped_;
             continue;
         }
-        if (length == kNeedsMore || rest.size() < length) {
+        const std::optional<std::size_t> length = command_length(*row, rest);
+        if (!length || rest.size() < *length) {
             return std::nullopt;
         }
-        const ByteView bytes = rest.first(length);
-        Command command{Bytes(bytes.begin(), bytes.end()), is_intact(bytes)};
-        start_ += closed_properly(bytes) ? length : resume_after_damage(length);
+        const ByteView bytes = rest.first(*length);
+        Command command{row, Bytes(bytes.begin(), bytes.end()), is_intact(bytes)};
+        start_ += closed_properly(bytes) ? *length : resume_after_damage(*length);
         return command;
     }
     return std::nullopt;
@@ -152,9 +136,8 @@ std::size_t CommandReader::resume_after_damage(std::size_t length) const {
     return line_end == to ? length : static_cast<std::size_t>(line_end - from) + kLineEnd.size();
 }
 
-std::optional<Frame> decode_frame_command(ByteView command) {
-    const bool long_form = command[0] == kFdFrameCommand;
-    const std::uint8_t flags = command[1];
+std::optional<Frame> decode_frame(ByteView payload, FrameForm form) {
+    const std::uint8_t flags = payload[0];
     const int channel = (flags & 0x03) - 1;
     if (channel < 0 || channel >= kChannels) {
         return std::nullopt;
@@ -163,18 +146,25 @@ std::optional<Frame> decode_frame_command(ByteView command) {
     frame.channel = channel;
     frame.extended = (flags & 0x04) != 0;
     frame.dlc = static_cast<std::uint8_t>(flags >> 4);
-    if (long_form) {
-        frame.fd = (command[2] & 0x04) != 0;
-        frame.brs = frame.fd && (command[2] & 0x01) != 0;
-        frame.esi = frame.fd && (command[2] & 0x02) != 0;
+    if (form == FrameForm::fd) {
+        frame.fd = (payload[1] & 0x04) != 0;
+        frame.brs = frame.fd && (payload[1] & 0x01) != 0;
+        frame.esi = frame.fd && (payload[1] & 0x02) != 0;
     }
     frame.remote = !frame.fd && (flags & 0x08) != 0;
-    const std::size_t id_at = long_form ? 3 : 2;
-    frame.id = big_endian(command.subspan(id_at)) & (frame.extended ? 0x1FFFFFFFU : 0x7FFU);
+    const ByteView rest = payload.subspan(form == FrameForm::fd ? 2 : 1);
+    frame.id = big_endian(rest) & id_mask(frame.extended);
     const int length = frame.remote ? 0 : payload_length(frame.dlc, frame.fd);
-    std::copy_n(command.begin() + static_cast<std::ptrdiff_t>(id_at) + 4, length,
-                frame.data.begin());
+    std::copy_n(rest.begin() + 4, length, frame.data.begin());
     return frame;
+}
+
+std::uint32_t big_endian(ByteView bytes) {
+    std::uint32_t value = 0;
+    for (const std::uint8_t byte : bytes.first(4)) {
+        value = value << 8 | byte;
+    }
+    return value;
 }
 
 void seal(Bytes& bytes) {

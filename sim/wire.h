@@ -6,6 +6,8 @@
 #define SIM_WIRE_H
 
 #include <array>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -17,6 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 using ByteView = std::span<const std::uint8_t>;
 
 inline constexpr int kChannels = 2;
+inline constexpr std::size_t kClosingBytes = 3;  // of a command or report: checksum, CR, LF
 
 // A frame as it stands on the bus, with the channel of the module that sends or receives it.
 struct Frame {
@@ -34,14 +37,28 @@ struct Frame {
 // Time on the module's own clock, which starts with the module.
 struct TimeStamp {
     std::uint32_t second = 0;
-    std::uint32_t micro_second = 0;
+    std::uint32_t micro_second = 0;  // below a million
 };
+TimeStamp time_stamp(std::chrono::microseconds age);
+
+// The bits of an identifier that exist.
+constexpr std::uint32_t id_mask(bool extended) {
+    return extended ? 0x1FFFFFFFU : 0x7FFU;
+}
+
+// The highest DLC code that means a length of its own.
+constexpr std::uint8_t highest_dlc(bool fd) {
+    return fd ? 15 : 8;
+}
 
 // Payload bytes of a DLC code; codes above 8 count as 8 in a classic frame.
 int payload_length(std::uint8_t dlc, bool fd);
 
+struct CommandRow;
+
 // One command as it came from the host; not intact when its checksum or closing bytes are wrong.
 struct Command {
+    const CommandRow* row;
     Bytes bytes;
     bool intact = true;
 };
@@ -64,8 +81,13 @@ class CommandReader {
     std::uint64_t skipped_ = 0;
 };
 
-// The frame inside a 0xE0 or 0xF0 command; none when it names no channel of the module.
-std::optional<Frame> decode_frame_command(ByteView command);
+// Of a frame command: classic frames only, or with the flags of CAN FD.
+enum class FrameForm { classic, fd };
+
+// The frame in the payload of a frame command; none when it names no channel of the module.
+std::optional<Frame> decode_frame(ByteView payload, FrameForm form);
+
+std::uint32_t big_endian(ByteView bytes);  // of the first four
 
 // Appends the checksum over all bytes so far, then CR LF.
 void seal(Bytes& bytes);
