@@ -92,7 +92,7 @@ Examples:
 )";
 
 enum LongOption : int {
-    kFirmware = 256,
+    kFirmware = 256,  // above every letter
     kBuild,
     kPair,
     kStamp,
@@ -121,6 +121,19 @@ constexpr option kLongOptions[] = {
     {"version", no_argument, nullptr, kVersion},
     {nullptr, 0, nullptr, 0},
 };
+
+// The one-letter options as getopt wants them. The leading plus ends the options at the first word
+// that is none: the program.
+std::string short_options() {
+    std::string text = "+";
+    for (const option& choice : kLongOptions) {
+        if (choice.val > 0 && choice.val < kFirmware) {
+            text += static_cast<char>(choice.val);
+            text += std::string(static_cast<std::size_t>(choice.has_arg), ':');
+        }
+    }
+    return text;
+}
 
 // Always false, the result of a step that failed.
 bool complain(const char* what, const std::string& text) {
@@ -208,7 +221,7 @@ bool Parser::take(int choice, const std::string& value) {
 
 bool Parser::take_port(const std::string& value) {
     const std::string name = port_name(value);
-    if (!is_candidate_path((std::string(kDirectory) + name).c_str())) {
+    if (!is_candidate_path(device_path(name).c_str())) {
         return complain("no module can be on this port", value);
     }
     port_given_ = true;
@@ -264,7 +277,8 @@ bool Parser::take_traffic(const std::string& value) {
 bool Parser::take_nodes(const std::string& value) {
     const std::optional<double> count = rate_value(value);
     if (!count || *count > kMostNodes || *count != std::floor(*count)) {
-        return complain("nodes is not a whole number from 0 to 100", value);
+        const std::string highest = std::to_string(kMostNodes);
+        return complain(("nodes is not a whole number from 0 to " + highest).c_str(), value);
     }
     options.nodes = static_cast<int>(*count);
     return true;
@@ -286,7 +300,7 @@ bool Parser::take_fault(const std::string& value) {
 // Settles the defaults and what depends on several options.
 bool Parser::finish(int argc, char** argv) {
     if (options.ports.empty()) {
-        options.ports.emplace_back("ttyACM0");
+        options.ports.push_back(port_name(StationOptions{}.device));
     }
     if (options.devices && port_given_) {
         return complain("give either ports or devices, not both", options.ports.back());
@@ -321,6 +335,10 @@ std::string port_name(const std::string& text) {
                                                                : text;
 }
 
+std::string device_path(const std::string& port) {
+    return port.starts_with('/') ? port : std::string(kDirectory) + port;
+}
+
 std::optional<double> rate_value(const std::string& text) {
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
@@ -331,9 +349,8 @@ std::optional<double> rate_value(const std::string& text) {
 ParsedOptions parse_options(int argc, char** argv) {
     Parser parser;
     optind = 1;
-    for (;;) {
-        // The leading plus ends the options at the first word that is none: the program.
-        const int choice = getopt_long(argc, argv, "+p:d:t:n:f:r::c:h", kLongOptions, nullptr);
+    for (const std::string letters = short_options();;) {
+        const int choice = getopt_long(argc, argv, letters.c_str(), kLongOptions, nullptr);
         if (choice == -1) {
             break;
         }

@@ -5,6 +5,8 @@
 #ifndef SIM_OPTIONS_H
 #define SIM_OPTIONS_H
 
+#include "sim/module.h"
+
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -21,8 +23,8 @@ struct FaultChoice {
 struct SimOptions {
     std::vector<std::string> ports;  // names below /dev
     bool devices = false;            // the ports are serial devices to serve, not ptys
-    std::array<std::uint8_t, 2> firmware{0x03, 0x10};
-    std::array<std::uint8_t, 2> build{0x12, 0x34};
+    std::array<std::uint8_t, 2> firmware = ModuleState{}.firmware;
+    std::array<std::uint8_t, 2> build = ModuleState{}.build;
     bool pair = false;  // the ports are virtual ports of one module
     int nodes = 0;
     double traffic_per_s = 0;
@@ -49,6 +51,8 @@ ParsedOptions parse_options(int argc, char** argv);
 
 // Path below /dev of a port given as "ttyACM0" or "/dev/ttyACM0"; other paths as they are.
 std::string port_name(const std::string& text);
+// The other way round.
+std::string device_path(const std::string& port);
 
 // A number from 0 up, the whole text; none otherwise.
 std::optional<double> rate_value(const std::string& text);

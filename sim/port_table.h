@@ -15,6 +15,9 @@ namespace sim {
 // Names the table file for programs behind the preloaded shim.
 inline constexpr const char* kTableVariable = "TAVU_SIM_TABLE";
 
+// In every program that has the serial shim linked in; such a program needs no preloading.
+inline constexpr const char* kShimMarker = "tavu-sim: serial shim linked in";
+
 // One device path. All zero: not in use. A path once given stays, so readers need no lock.
 struct PortSlot {
     enum : std::uint32_t { kFree = 0, kBeingNamed = 1, kNamed = 2 };

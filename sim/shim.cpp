@@ -29,8 +29,8 @@
 #include <optional>
 #include <string>
 
-// tavu-sim looks for this text to tell that a program needs no preloading.
-extern "C" [[gnu::used]] const char tavu_sim_shim_marker[] = "tavu-sim: serial shim linked in";
+// Keeps the text in the program.
+extern "C" [[gnu::used]] const char* const tavu_sim_shim_marker = sim::kShimMarker;
 
 namespace sim {
 

@@ -1,15 +1,11 @@
 // sim/station.cpp - simulated module: one module on its line, served by its own thread.
-// Uses sim/module.h, sim/bus.h, sim/outgoing.h, sim/link.h; registers in sim/port_table.h.
+// Uses sim/module.h, sim/bus.h, sim/outgoing.h, sim/connector.h.
 // Thread: one for each station; one lock guards all it shares with its callers.
 // SPDX-License-Identifier: MIT
 #include "sim/station.h"
 
-#include "sim/link.h"
-#include "sim/port_table.h"
-
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,8 +14,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -36,17 +30,8 @@ constexpr std::size_t kReportMemory = 1 << 20;  // bytes to the host above which
 constexpr std::size_t kFrameMemory = 4096;      // frames from the host the module takes in
 constexpr std::size_t kReadBytes = 16'384;
 constexpr std::chrono::nanoseconds kShortestWait = 100us;  // bus events closer are served together
-constexpr auto kDeviceTry = 100ms;  // between attempts to open a device that is not there
 constexpr auto kDrainedCheck = 500us;
 constexpr int kDrainedChecks = 10;  // the pty may hold bytes for a moment between its two ends
-
-PortSlot& claim_or_throw(const std::string& device) {
-    PortSlot* port = claim_port(device);
-    if (port == nullptr) {
-        throw std::runtime_error(device + " is no path of a module or is taken");
-    }
-    return *port;
-}
 
 bool is_stop(const Command& command) {
     const CommandId id = command.row->id;
@@ -54,19 +39,6 @@ bool is_stop(const Command& command) {
            (id == CommandId::reset ||
             (id == CommandId::run && command.bytes[1] == 0 && command.bytes[2] == 0));
 }
-
-// A registered device path, given back when it goes.
-class Registration {
-  public:
-    explicit Registration(const std::string& device) : port_(claim_or_throw(device)) {}
-    ~Registration() { release_port(port_); }
-    Registration(const Registration&) = delete;
-    Registration& operator=(const Registration&) = delete;
-    [[nodiscard]] PortSlot& port() const { return port_; }
-
-  private:
-    PortSlot& port_;
-};
 
 }  // namespace
 
@@ -80,8 +52,7 @@ struct Station::Impl {
     [[nodiscard]] timespec time_until_next_event(Instant now) const;
     void write_out();
     void read_in();
-    void hang_up();
-    void find_device();
+    void power_off();
     void handle(const Command& command);
     void carry_out(const Command& command);
     [[nodiscard]] bool takes_input() const;
@@ -90,18 +61,15 @@ struct Station::Impl {
     void configure_bus();
     void report_frame(const Frame& frame, Instant at);
     void report_bus_error();
-    void plug();
-    void show_pty(std::uint32_t pty);
     void wake() const;
     void wait_for_room(std::unique_lock<std::mutex>& lock);
 
     const StationOptions options;
     const Instant powered_on = Clock::now();
-    std::optional<Registration> registration;  // none for a serial device
 
     mutable std::mutex mutex;
     mutable std::condition_variable changed;  // commands have come, or output has gone
-    std::unique_ptr<Link> link;
+    Connector connector;
     Module module;
     Bus bus;
     CommandReader reader;
@@ -112,7 +80,6 @@ struct Station::Impl {
     StationCounters counters;
     Bytes report;  // scratch
     bool unplug_asked = false;
-    std::optional<Instant> device_try;  // when to open the serial device that hung up
     bool stopping = false;
 
     const Descriptor wake_up;
@@ -121,23 +88,19 @@ struct Station::Impl {
 
 Station::Impl::Impl(StationOptions given)
     : options(std::move(given)),
+      connector(options.device, options.serial),
       module(options.state),
       bus({options.nodes, options.traffic_per_s, options.flood},
           {[this](const Frame& frame, Instant at) { report_frame(frame, at); },
            [this] { report_bus_error(); }, [this] { return outgoing.waiting() < kBackPressure; }}),
       wake_up(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-    if (options.serial.empty()) {
-        registration.emplace(options.device);
-    }
     configure_bus();
-    plug();
     thread = std::thread([this] { serve(); });
 }
 
 Station::Impl::~Impl() {
     {
         const std::lock_guard lock(mutex);
-        show_pty(0);
         stopping = true;
         wake();
     }
@@ -152,10 +115,10 @@ void Station::Impl::serve() {
         wait(lock);
         if (unplug_asked) {
             unplug_asked = false;
-            hang_up();
-            device_try.reset();
+            connector.unplug();
+            power_off();
         }
-        find_device();
+        connector.retry();
         read_in();
     }
 }
@@ -163,7 +126,7 @@ void Station::Impl::serve() {
 void Station::Impl::wait(std::unique_lock<std::mutex>& lock) {
     const Instant now = Clock::now();
     std::array<pollfd, 2> watched{{{wake_up.get(), POLLIN, 0}, {-1, 0, 0}}};
-    if (link) {
+    if (const Link* link = connector.link()) {
         const bool has_output = !outgoing.ready(now).empty();
         watched[1].events =
             static_cast<short>((takes_input() ? POLLIN : 0) | (has_output ? POLLOUT : 0));
@@ -178,8 +141,8 @@ void Station::Impl::wait(std::unique_lock<std::mutex>& lock) {
     }
     lock.lock();
     if ((watched[1].revents & (POLLHUP | POLLERR)) != 0) {
-        hang_up();
-        device_try = Clock::now() + kDeviceTry;
+        connector.lose();
+        power_off();
     }
 }
 
@@ -191,8 +154,8 @@ timespec Station::Impl::time_until_next_event(Instant now) const {
     if (const auto event = outgoing.next_event(); event && *event > now) {
         next = std::min(next, *event);
     }
-    if (device_try) {
-        next = std::min(next, std::max(*device_try, now));
+    if (const auto retry = connector.next_retry()) {
+        next = std::min(next, std::max(*retry, now));
     }
     const std::chrono::nanoseconds left = next - now;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
@@ -201,7 +164,7 @@ timespec Station::Impl::time_until_next_event(Instant now) const {
 
 void Station::Impl::write_out() {
     const Instant now = Clock::now();
-    while (link) {
+    while (const Link* link = connector.link()) {
         const ByteView ready = outgoing.ready(now);
         const std::size_t count = ready.empty() ? 0 : link->write(ready);
         if (count == 0) {
@@ -217,7 +180,8 @@ bool Station::Impl::takes_input() const {
 }
 
 void Station::Impl::read_in() {
-    if (!link || !takes_input()) {
+    const Link* link = connector.link();
+    if (link == nullptr || !takes_input()) {
         return;
     }
     std::array<std::uint8_t, kReadBytes> buffer;
@@ -280,7 +244,7 @@ void Station::Impl::configure_bus() {
 
 void Station::Impl::report_frame(const Frame& frame, Instant at) {
     ChannelCounters& channel = counters.channel.at(static_cast<std::size_t>(frame.channel));
-    if (fault == Fault::silent || !link) {
+    if (fault == Fault::silent || connector.link() == nullptr) {
         return;
     }
     if (outgoing.waiting() > kReportMemory) {
@@ -306,37 +270,8 @@ void Station::Impl::report_bus_error() {
     }
 }
 
-void Station::Impl::plug() {
-    link = options.serial.empty() ? open_pty() : open_device(options.serial);
-    show_pty(link->pty());
-}
-
-void Station::Impl::show_pty(std::uint32_t pty) {
-    if (registration) {
-        registration->port().pty = pty;
-    }
-}
-
-// Opens the serial device once it is there; a device that appears late must not end the station.
-void Station::Impl::find_device() {
-    if (!device_try || Clock::now() < *device_try) {
-        return;
-    }
-    try {
-        plug();
-        device_try.reset();
-    } catch (const std::system_error&) {
-        device_try = Clock::now() + kDeviceTry;
-    }
-}
-
-// The module loses its power: the channels stop, what was on its way is gone, settings are kept.
-void Station::Impl::hang_up() {
-    show_pty(0);
-    if (registration) {
-        registration->port().lines = 0;
-    }
-    link.reset();
+// The channels stop, what was on its way is gone, settings are kept.
+void Station::Impl::power_off() {
     ModuleState unpowered = module.state();
     unpowered.running = {};
     module.set_state(unpowered);
@@ -353,8 +288,9 @@ void Station::Impl::wake() const {
 
 void Station::Impl::wait_for_room(std::unique_lock<std::mutex>& lock) {
     wake();
-    changed.wait_for(lock, kRoomWait,
-                     [this] { return !link || outgoing.waiting() < kBackPressure; });
+    changed.wait_for(lock, kRoomWait, [this] {
+        return connector.link() == nullptr || outgoing.waiting() < kBackPressure;
+    });
 }
 
 Station::Station(StationOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {}
@@ -384,7 +320,7 @@ void Station::script_reply(std::uint8_t command, Bytes reply) {
 
 void Station::send_to_host(ByteView bytes) {
     std::unique_lock lock(impl_->mutex);
-    if (impl_->link) {
+    if (impl_->connector.link() != nullptr) {
         impl_->outgoing.add_raw(bytes);
         impl_->wait_for_room(lock);
     }
@@ -399,7 +335,7 @@ bool Station::receive_frame(const Frame& frame) {
 
 bool Station::raise_rom_error() {
     const std::lock_guard lock(impl_->mutex);
-    const bool wanted = impl_->link && impl_->module.reports_rom_errors();
+    const bool wanted = impl_->connector.link() != nullptr && impl_->module.reports_rom_errors();
     if (wanted) {
         impl_->outgoing.add_raw(rom_error_report());
         ++impl_->counters.error_reports;
@@ -413,8 +349,9 @@ bool Station::wait_drained(std::chrono::milliseconds limit) const {
     for (int empty_checks = 0; empty_checks < kDrainedChecks;) {
         {
             const std::lock_guard lock(impl_->mutex);
+            const Link* link = impl_->connector.link();
             const bool empty =
-                !impl_->link || (impl_->outgoing.waiting() == 0 && impl_->link->unread() == 0);
+                link == nullptr || (impl_->outgoing.waiting() == 0 && link->unread() == 0);
             empty_checks = empty ? empty_checks + 1 : 0;
         }
         if (Clock::now() > end) {
@@ -448,14 +385,7 @@ void Station::unplug() {
 
 void Station::plug() {
     const std::lock_guard lock(impl_->mutex);
-    if (impl_->link) {
-        return;
-    }
-    if (impl_->options.serial.empty()) {
-        impl_->plug();
-    } else {
-        impl_->device_try = Clock::now();
-    }
+    impl_->connector.plug();
     impl_->wake();
 }
 
@@ -480,13 +410,13 @@ StationCounters Station::counters() const {
 }
 
 ModemLines Station::lines() const {
-    const std::uint32_t lines = impl_->registration ? impl_->registration->port().lines.load() : 0;
-    return {(lines & TIOCM_DTR) != 0, (lines & TIOCM_RTS) != 0};
+    return impl_->connector.lines();
 }
 
 std::string Station::line_path() const {
     const std::lock_guard lock(impl_->mutex);
-    return impl_->link ? impl_->link->path() : std::string{};
+    const Link* link = impl_->connector.link();
+    return link == nullptr ? std::string{} : link->path();
 }
 
 }  // namespace sim

@@ -4,6 +4,7 @@
 #ifndef SIM_STATION_H
 #define SIM_STATION_H
 
+#include "sim/connector.h"
 #include "sim/module.h"
 #include "sim/outgoing.h"
 #include "sim/wire.h"
@@ -19,12 +20,6 @@
 #include <vector>
 
 namespace sim {
-
-// Modem lines as the host last set them; needs a pty and the serial shim, low without them.
-struct ModemLines {
-    bool dtr = false;
-    bool rts = false;
-};
 
 // As many generated frames as the bus carries; with flooding, as many as the host reads.
 inline constexpr double kUnlimited = std::numeric_limits<double>::infinity();

@@ -42,7 +42,6 @@ constexpr int kNotRunnableStatus = 126;  // the program is there but cannot be r
 constexpr int kNotFoundStatus = 127;
 constexpr int kSignalStatus = 128;  // plus the number of the signal that ended the program
 constexpr std::array<int, 6> kForwarded{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2};
-constexpr const char* kLinkedMarker = "tavu-sim: serial shim linked in";
 constexpr const char* kShimFile = "tavu_sim_shim.so";
 
 struct FileCloser {
@@ -104,8 +103,7 @@ sim::StationOptions station_options(const SimOptions& options, std::size_t index
                                     std::FILE* record) {
     sim::StationOptions station;
     const std::string& port = options.ports.at(index);
-    const std::string path = port.front() == '/' ? port : "/dev/" + port;
-    (options.devices ? station.serial : station.device) = path;
+    (options.devices ? station.serial : station.device) = sim::device_path(port);
     station.state.firmware = options.firmware;
     station.state.build = options.build;
     station.state.vcom[0] = options.pair ? 0 : 1;
@@ -156,7 +154,7 @@ std::string find_shim() {
 bool has_shim_linked_in(const char* program) {
     std::ifstream file(program, std::ios::binary);
     const std::string content(std::istreambuf_iterator<char>(file), {});
-    return content.find(kLinkedMarker) != std::string::npos;
+    return content.find(sim::kShimMarker) != std::string::npos;
 }
 
 // What the program needs to find the simulated modules; real devices it finds by itself.
