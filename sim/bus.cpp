@@ -44,6 +44,13 @@ void recover(std::uint8_t& counter) {
     }
 }
 
+void log_error(ErrorCounters& counters, std::uint8_t kind) {
+    if (counters.logged < std::numeric_limits<std::uint8_t>::max()) {
+        ++counters.logged;
+    }
+    counters.last_error = kind;
+}
+
 // Lower wins the bus: identifier bits as they are sent, then standard before extended.
 std::uint64_t priority(const Frame& frame) {
     const std::uint64_t id = frame.extended ? frame.id : std::uint64_t{frame.id} << 18;
@@ -241,8 +248,7 @@ void Bus::receive_error(int channel) {
         return;
     }
     ++counters.receive;
-    ++counters.logged;
-    counters.last_error = kFormError;
+    log_error(counters, kFormError);
     events_.error();
 }
 
@@ -257,8 +263,7 @@ void Bus::unacknowledged(int sender) {
     }
     counters.transmit = static_cast<std::uint8_t>(
         std::min<int>(counters.transmit + kTransmitPenalty, kErrorPassive));
-    ++counters.logged;
-    counters.last_error = kAcknowledgeError;
+    log_error(counters, kAcknowledgeError);
     events_.error();
 }
 

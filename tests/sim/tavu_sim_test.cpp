@@ -13,6 +13,8 @@
 
 namespace {
 
+using testing::HasSubstr;
+
 // Runs tavu-sim with the arguments, as a shell understands them; its exit status and its output.
 std::pair<int, std::string> tavu_sim(const std::string& arguments) {
     std::string output;
@@ -33,41 +35,41 @@ TEST(TavuSim, ExplainsBadArgumentsAndElseEndsAsItsProgramEnds) {
         {"--device /dev/null -- /bin/true", 125, "/dev/null: Inappropriate ioctl"},
         {"--pair", 2, "a pair needs two ports, given: '1'"},
         {"-- /bin/sh -c 'exit 3'", 3, ""},
-        {"-- /bin/sh -c 'kill -TERM $PPID; exec sleep 20'", 128 + 15, ""},  // passed on
+        {"-- /bin/sh -c 'kill -TERM $PPID; exec sleep 20'", 128 + SIGTERM, ""},  // passed on
         {"-- /no/such/program", 127, "/no/such/program: No such file or directory"},
         {"-- /etc/passwd", 126, "/etc/passwd: Permission denied"}};
     for (const auto& [arguments, status, message] : rows) {
         const auto [ended_with, output] = tavu_sim(arguments);
         EXPECT_EQ(ended_with, status) << arguments;
-        EXPECT_THAT(output, testing::HasSubstr(message));
+        EXPECT_THAT(output, HasSubstr(message)) << arguments;
     }
 }
 
 TEST(TavuSim, TakesControlLinesAtRunTimeAndReports) {
     const std::string fifo = testing::TempDir() + "control-" + std::to_string(getpid());
-    const auto [status, output] =
-        tavu_sim("-p ttyUSB3 --report --fault unplugged --control " + fifo +
-                 " -- /bin/sh -c 'cat /dev/ttyUSB3; echo plug ttyUSB3 >" + fifo +
-                 "; until (exec 3<>/dev/ttyUSB3) 2>/dev/null; do :; done; exec 3<>/dev/ttyUSB3;" +
-                 R"( printf "\141\001\000\142\r\n" >&3; head -c 5 <&3 >/dev/null; )" +
-                 "echo frame ttyUSB3 1 123 A1B2 >" + fifo + "; head -c 17 <&3 | od -An -tx1 -w17'");
-    EXPECT_THAT(output,
-                testing::HasSubstr("cat: /dev/ttyUSB3: No such file or directory\n"
-                                   " e1 21 00 00 01 23 a1 b2 00 00 00 00 00 00 79 0d 0a\n"));
-    EXPECT_THAT(output, testing::HasSubstr("ttyUSB3.can1.running=1\nttyUSB3.can1.from_host=0\n"));
+    setenv("FIFO", fifo.c_str(), 1);
+    const auto [status, output] = tavu_sim(
+        R"(-p ttyUSB3 -p ttyACM0 --report -f ttyUSB3=unplugged --control $FIFO -- /bin/sh -c '
+cat /dev/ttyUSB3; exec 4<>/dev/ttyACM0; echo plug ttyUSB3 >$FIFO
+until (exec 3<>/dev/ttyUSB3) 2>/dev/null; do :; done; exec 3<>/dev/ttyUSB3
+printf "\141\001\000\142\r\n\125" >&3; head -c 5 <&3 >/dev/null
+echo frame ttyUSB3 1 12345678 A1B2 ext >$FIFO; head -c 17 <&3 | od -An -tx1 -w17')");
+    EXPECT_THAT(output, HasSubstr("cat: /dev/ttyUSB3: No such file or directory\n"
+                                  " e1 25 12 34 56 78 a1 b2 00 00 00 00 00 00 6d 0d 0a\n"));
+    EXPECT_THAT(output, HasSubstr("ttyUSB3.can1.running=1\nttyUSB3.can1.from_host=0\n"));
+    EXPECT_THAT(output, HasSubstr("ttyUSB3.unknown=1\n"));
     EXPECT_EQ(access(fifo.c_str(), F_OK), -1);
 }
 
 TEST(TavuSim, ServesASerialDeviceAndLeavesItsProgramAlone) {
     const int host = posix_openpt(O_RDWR | O_NOCTTY);  // inherited by the program
     ASSERT_EQ(grantpt(host) + unlockpt(host), 0);
-    const std::string device = ptsname(host);
+    setenv("DEVICE", ptsname(host), 1);
+    setenv("HOST", std::to_string(host).c_str(), 1);
     const auto [status, output] = tavu_sim(
-        "--device " + device + " --fault " + device + "=refusing --report -- /bin/sh -c '" +
-        R"(printf "\065\065\r\n" >&)" + std::to_string(host) + "; head -c 5 <&" +
-        std::to_string(host) + " | od -An -tx1; echo preloaded $LD_PRELOAD'");
-    EXPECT_EQ(output.substr(0, output.find(".dtr")),
-              " 35 01 36 0d 0a\npreloaded\n" + device.substr(5));
+        R"(--device $DEVICE --fault $DEVICE=refusing -- /bin/sh -c 'printf "\065\065\r\n" >&$HOST
+head -c 5 <&$HOST | od -An -tx1; echo preloaded $LD_PRELOAD')");
+    EXPECT_EQ(output, " 35 01 36 0d 0a\npreloaded\n");
     close(host);
 }
 
