@@ -109,6 +109,14 @@ TEST(Bus, TheFrameWithTheFirstDominantBitGoesFirst) {
     }
 }
 
+TEST(Bus, NodesSendAsOftenAsTheyAreAsked) {
+    Rig rig({.traffic_per_s = 100}, kClassic, kOff);
+    for (auto now = kStart; now < kStart + 1s; now += 1ms) {
+        rig.bus.advance(now);
+    }
+    EXPECT_NEAR(static_cast<double>(rig.received.size()), 100, 1);
+}
+
 TEST(Bus, ErrorCountersRiseUpToErrorPassiveFallWithFramesAndAreClearAfterAStart) {
     Rig sender({.flood = true}, kClassic, kOff);
     sender.carry({});
@@ -153,6 +161,9 @@ TEST(Outgoing, AFaultDelaysCutsOrGarnishesWhatIsSent) {
             sent += piece;
         }
         EXPECT_EQ(sent, in_1s);
+        outgoing.add_reply(sim::Bytes(5), kStart);
+        outgoing.clear();
+        EXPECT_TRUE(outgoing.ready(kStart + 2s).empty()) << "a late reply outlived what cleared it";
     }
 }
 

@@ -103,7 +103,7 @@ TEST(Station, AnswersEveryCommandAndChangesNothingWhenItRefuses) {
 TEST(Station, CarriesFramesWithTheBitsAndBytesThatTheyHaveAndCountsThem) {
     Station station;
     const Line line;
-    line.talk(R"(38 02. 61 01 01. = 38 00. 61 00.
+    line.talk(R"(31 02 00 00 01 2F 1F FF FF F0. 38 02. 61 01 01. = 31 00. 38 00. 61 00.
 E0 86 00 00 01 23 11 22 33 44 55 66 77 88. = E1 85 00 00 01 23 11 22 33 44 55 66 77 88.
 E0 25 FF FF FF FF 01 02 AA AA AA AA AA AA. = E1 26 1F FF FF FF 01 02 00 00 00 00 00 00.
 F0 39 00 FF FF FF FF 0A 0B 0C 00 00 00 00 00. = E1 3A 00 00 07 FF 00 00 00 00 00 00 00 00.
@@ -178,6 +178,7 @@ TEST(Station, SilentItDoesNothingRefusingItOnlySendsFramesAndDeafItReadsLater) {
     station.set_fault(Fault::silent);
     line.talk("61 00 00. E0 81 00 00 00 07 01 02 03 04 05 06 07 08. =");
     ASSERT_EQ(station.wait_commands(2, 5s).size(), 2U);
+    station.receive_frame({.id = 7});
     station.set_fault(Fault::refusing);
     line.talk("61 00 00. = 61 01.");
     line.talk(
