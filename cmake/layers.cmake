@@ -1,5 +1,5 @@
-# Holds every #include line against the layer table, the first line of every file against its path, and its length
-# against the limit.
+# Holds every #include line against the layer table, the first line of every file against its path, its length against
+# the limit, and every test against the CMake list of its folder.
 # Run as: cmake -DROOT=<source folder> -P cmake/layers.cmake
 cmake_minimum_required(VERSION 3.24)
 
@@ -33,7 +33,7 @@ set(may.tests/sim "\"(sim|tests/sim)/${header}\"" ${test_tools})
 set(word.tests/end_to_end "test")
 set(may.tests/end_to_end "\"(sim|tests/end_to_end)/${header}\"" ${test_tools})
 set(word.tests/usb_guest "test")
-set(may.tests/usb_guest "\"(service|tests/usb_guest)/${header}\"" "\"lib/lib_tavu_2\\.h\"")
+set(may.tests/usb_guest "\"(service|sim|tests/usb_guest)/${header}\"" "\"lib/lib_tavu_2\\.h\"")
 set(word.tests/fuzz "test")
 set(may.tests/fuzz "\"(lib|tests/fuzz)/${header}\"")
 
@@ -83,6 +83,13 @@ foreach(folder IN LISTS folders)
     list(LENGTH line_ends lines)
     if(lines GREATER most_lines)
       fault("${lines} lines, ${most_lines} are allowed")
+    endif()
+    # A test that no list names would never run.
+    get_filename_component(name ${source} NAME)
+    get_filename_component(list_folder ${source} DIRECTORY)
+    file(STRINGS ${ROOT}/${list_folder}/CMakeLists.txt listed REGEX "(^|[ (])${name}([ )]|$)")
+    if(name MATCHES "_test\\.cpp$" AND NOT listed)
+      fault("stands in no list of ${list_folder}/CMakeLists.txt")
     endif()
     file(STRINGS ${ROOT}/${source} includes REGEX "^#[ ]*include")
     foreach(line IN LISTS includes)

@@ -32,6 +32,8 @@ struct Frame {
     bool brs = false;       // data phase at the data bit rate
     bool esi = false;       // the sender is error passive
     std::array<std::uint8_t, 64> data{};
+
+    bool operator==(const Frame&) const = default;
 };
 
 // Time on the module's own clock, which starts with the module.

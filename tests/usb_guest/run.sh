@@ -60,7 +60,6 @@ make_initramfs() {
         ln -s busybox "$root/bin/$applet"
     done
     cp "$cache/kernel"/*.ko "$cache/kernel/order" "$root/modules/"
-    install_program "$build/sim/tavu-sim"
     install_program "$build/tests/usb_guest/usb_guest_test"
     cp "$source/init" "$root/init"
     chmod +x "$root/init"

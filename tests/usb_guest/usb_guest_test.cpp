@@ -1,46 +1,32 @@
 // tests/usb_guest/usb_guest_test.cpp - test: our layers on the kernel's USB serial driver, in the guest.
-// Uses lib/lib_tavu_2.h and service/ at the host's end of the cable.
+// Uses lib/lib_tavu_2.h and service/ at the host's end of the cable, a simulated module at the other.
 // SPDX-License-Identifier: MIT
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
 
 #include "tests/usb_guest/cable.h"
+#include "tests/usb_guest/reports.h"
 
 #include <signal.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <cstdarg>
-#include <cstdio>
 #include <ctime>
+#include <future>
+#include <random>
 
 void guiStatusUpdate(UPUI_INFO /*upui_info*/) {}
 
 namespace {
 
 using namespace std::chrono_literals;
+using sim::Fault;
 
-constexpr std::uint32_t kFloodReports = 1'000'000;
-constexpr std::uint32_t kWorkerReports = 200'000;
-constexpr auto kSilence = 5s;  // nothing came for so long: the rest is lost
-constexpr int kStop_ms = 200;
-constexpr int kClose_ms = 200;     // of a module that is gone; its exchange ends at once
-constexpr int kUnsent_ms = 700;    // of output that nobody takes
-constexpr int kExchange_ms = 250;  // 150 for the answer, 100 for room
-
-[[gnu::format(printf, 1, 2)]] std::string text(const char* format, ...) {
-    std::array<char, 512> buffer;
-    va_list arguments;
-    va_start(arguments, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it has just been started
-    std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
-    va_end(arguments);
-    return buffer.data();
-}
+constexpr int kPort = 24;          // /dev/ttyACM0, the host's end
+constexpr auto kSilence = 5s;      // nothing came for so long: the rest is lost
+constexpr int kExchange_ms = 350;  // 150 for the answer, 200 for room
 
 void reception_start() {
     CAN_RECV_INFO info{};
@@ -59,124 +45,109 @@ void workers_stop() {
 
 // ---- Flood ---------------------------------------------------------------------------------
 
-struct Sent {
-    std::uint32_t taken = 0;    // commands that the library reported as written
-    std::uint32_t refused = 0;  // no room in time
-};
+// All reports of a numbered stream, cut into pieces of random length; made beforehand, as making
+// them costs more than sending them.
+std::vector<sim::Bytes> numbered_pieces(Stream stream, std::uint32_t total) {
+    std::minstd_rand random{1};
+    std::vector<sim::Bytes> pieces(1);
+    for (std::uint32_t number = 0, length = 0; number < total; ++number) {
+        if (pieces.back().size() >= length) {
+            pieces.emplace_back();
+            length = 1 + static_cast<std::uint32_t>(random()) % 6000;
+        }
+        Numbered(number, stream).append(pieces.back());
+    }
+    return pieces;
+}
 
-void send_commands(const std::atomic<bool>& ending, Sent& sent) {
+// Sends numbered commands, one a millisecond; how many the library reported as written.
+std::uint32_t send_commands(const std::atomic<bool>& ending) {
+    std::uint32_t taken = 0;
     for (std::uint32_t number = 0; !ending; ++number) {
-        const CAN_FRAME_INFO frame = numbered_record(number, Stream::commands);
-        const int result =
-            frame.fdf != TAVU_FDF_OFF ? TAVUSend_CANFD(kPort, frame) : TAVUSend(kPort, frame);
-        ++(result == TAVU_SUCCESS ? sent.taken : sent.refused);
+        const CAN_FRAME_INFO frame = Numbered(number, Stream::commands).record();
+        const bool fd = frame.fdf != TAVU_FDF_OFF;
+        const int result = fd ? TAVUSend_CANFD(kPort, frame) : TAVUSend(kPort, frame);
+        taken += result == TAVU_SUCCESS ? 1 : 0;
         std::this_thread::sleep_for(1ms);
     }
+    return taken;
 }
 
-// Receives until the stream is complete or silent; waits whenever nothing is pending. Result: when
-// the last report came.
-Clock::time_point receive_flood(Tally& tally) {
-    Clock::time_point last = Clock::now();
-    while (!tally.complete() && Clock::now() - last < kSilence) {
-        CAN_FRAME_INFO report{};
-        while (TAVUReceive_CANFD(kPort, &report) == TAVU_REPORT) {
-            tally.take(report);
-            report = {};
-            last = Clock::now();
-        }
-        TAVUWaitReceive(kPort, 10);
+// Both take all that has come, then wait a moment; false when nothing had.
+bool take_from_library(Tally& tally) {
+    bool any = false;
+    for (CAN_FRAME_INFO report{}; TAVUReceive_CANFD(kPort, &report) == TAVU_REPORT; report = {}) {
+        tally.take(report);
+        any = true;
     }
-    return last;
+    TAVUWaitReceive(kPort, 10);
+    return any;
 }
 
-// The same from the ring of the receive worker.
-Clock::time_point pop_flood(Tally& tally) {
-    Clock::time_point last = Clock::now();
-    while (!tally.complete() && Clock::now() - last < kSilence) {
-        for (UPBS_INFO record; recv_queue_pop(&record); last = Clock::now()) {
-            tally.take(record.frame_info);
-        }
-        std::this_thread::sleep_for(1ms);
+bool take_from_worker(Tally& tally) {
+    bool any = false;
+    for (UPBS_INFO record; recv_queue_pop(&record); any = true) {
+        tally.take(record.frame_info);
     }
-    return last;
+    std::this_thread::sleep_for(1ms);
+    return any;
 }
 
-std::string account(const Tally& tally, Clock::duration wall) {
-    const double seconds = std::chrono::duration<double>(wall).count();
-    return text("received %u, lost %u, wrong %u; %.0f reports/s", tally.received(), tally.lost(),
-                tally.wrong(), tally.received() / seconds);
-}
-
-double thread_cpu_us() {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
-}
-
-std::string losses() {
+void flood(const char* name, Stream stream, std::uint32_t total, bool (*take)(Tally&)) {
+    const std::vector<sim::Bytes> pieces = numbered_pieces(stream, total);
+    Tally commands(Stream::commands, UINT32_MAX);
+    sim::Station module({.serial = kModuleEnd,
+                         .keep_commands = false,
+                         .on_command = [&](sim::ByteView bytes) { commands.take(bytes); }});
+    const bool opened = TAVUOpenSocketCAN(kPort, nullptr) == TAVU_SUCCESS;
+    if (take == take_from_worker) {
+        reception_start();
+    }
+    std::atomic<bool> ending{false};
+    std::future<std::uint32_t> sender =
+        std::async(std::launch::async, send_commands, std::ref(ending));
+    Tally tally(stream, total);
+    const Clock::time_point start = Clock::now();
+    std::future<void> writer = std::async(std::launch::async, [&] {
+        std::ranges::for_each(pieces, [&](const sim::Bytes& piece) { module.send_to_host(piece); });
+    });
+    Clock::time_point last = start;
+    while (tally.next < total && Clock::now() - last < kSilence) {
+        last = take(tally) ? Clock::now() : last;
+    }
+    ending = true;
+    const std::uint32_t sent = sender.get();
+    workers_stop();
+    const bool arrived = wait_for([&] { return commands.received.load() >= sent; });
+    TAVUCloseDevice(kPort);
+    module.unplug();  // a writer that nobody listens to ends
     TAVU_LOSS_INFO loss{};
     TAVUGetLoss(&loss);
-    return text("losses counted: header_short %llu, header_unknown %llu, body_incomplete %llu",
-                static_cast<unsigned long long>(loss.header_short),
-                static_cast<unsigned long long>(loss.header_unknown),
-                static_cast<unsigned long long>(loss.body_incomplete));
-}
-
-void flood_through_the_library() {
-    FloodingModule module(Stream::frames_and_errors, kFloodReports);
-    if (TAVUOpenSocketCAN(kPort, nullptr) != TAVU_SUCCESS) {
-        verdict(false, "flood: port not opened");
-        return;
-    }
-    TAVUResetLoss();
-    Sent sent;
-    std::atomic<bool> ending{false};
-    std::thread sender([&] { send_commands(ending, sent); });
-    const double start_cpu_us = thread_cpu_us();
-    const Clock::time_point start = Clock::now();
-    module.start();
-    Tally tally(Stream::frames_and_errors, kFloodReports);
-    const Clock::duration wall = receive_flood(tally) - start;
-    const double cpu_us = thread_cpu_us() - start_cpu_us;
-    ending = true;
-    sender.join();
-    const std::string lost = losses();
-    TAVUCloseDevice(kPort);
-    const CommandCheck commands = module.finish();
-    verdict(tally.lost() == 0 && tally.wrong() == 0,
-            text("flood: %s, %.1f us of processor time each; %s", account(tally, wall).c_str(),
-                 cpu_us / std::max(tally.received(), 1U), lost.c_str()));
-    verdict(commands.received >= sent.taken && commands.wrong == 0 && sent.taken > 0,
-            text("commands during the flood: sent %u, refused %u; arrived %u, wrong %u", sent.taken,
-                 sent.refused, commands.received, commands.wrong));
-}
-
-void flood_through_the_worker() {
-    FloodingModule module(Stream::frames, kWorkerReports);
-    if (TAVUOpenSocketCAN(kPort, nullptr) != TAVU_SUCCESS) {
-        verdict(false, "worker: port not opened");
-        return;
-    }
-    reception_start();
-    const Clock::time_point start = Clock::now();
-    module.start();
-    Tally tally(Stream::frames, kWorkerReports);
-    const Clock::duration wall = pop_flood(tally) - start;
-    workers_stop();
-    TAVUCloseDevice(kPort);
-    module.finish();
     verdict(
-        tally.lost() == 0 && tally.wrong() == 0,
-        text("flood through the receive worker: %s; ring full %llu", account(tally, wall).c_str(),
-             static_cast<unsigned long long>(traffic_loss().recv_ring_full)));
+        opened && tally.lost() == 0 && tally.wrong.load() == 0,
+        "flood %s: received %u, lost %u, wrong %u; %.0f reports/s; losses counted: header_short "
+        "%llu, header_unknown %llu, body_incomplete %llu, ring full %llu",
+        name, tally.received.load(), tally.lost(), tally.wrong.load(),
+        tally.received / std::chrono::duration<double>(last - start).count(),
+        1ULL * loss.header_short, 1ULL * loss.header_unknown, 1ULL * loss.body_incomplete,
+        1ULL * traffic_loss().recv_ring_full);
+    verdict(arrived && commands.wrong.load() == 0 && sent > 0,
+            "commands during the flood: sent %u; arrived %u, wrong %u", sent,
+            commands.received.load(), commands.wrong.load());
 }
 
-// ---- Unplugged -----------------------------------------------------------------------------
+// ---- Pulled out, and output that nobody takes ------------------------------------------------
 
+// A busy machine may cost an exchange its answer: both are tried again.
 bool connect() {
-    CAN_CNNT_INFO info{};
-    return procConnect(kPort, &info) == 0;
+    return wait_for([] {
+        CAN_CNNT_INFO info{};
+        return procConnect(kPort, &info) == 0;
+    });
+}
+
+bool start() {
+    return wait_for([] { return procInitial(kPort, true) == 0; });
 }
 
 void disconnect() {
@@ -215,25 +186,46 @@ bool output_is_stuck() {
     });
 }
 
-enum class Activity { stopped, waiting, receiving, sending, stuck };
-
-bool begin(const SimulatedModule& module, Activity activity) {
-    if (activity == Activity::stopped) {
-        return true;
+// Asks the module for its run state, again and again, on a thread of its own.
+struct Asking {
+    void ask() {
+        while (!ending) {
+            int can1 = 0, can2 = 0, result = TAVU_FAILURE;
+            const long ms = duration_ms([&] { result = TAVUGetCANStatus(kPort, &can1, &can2); });
+            longest_ms = std::max(longest_ms.load(), ms);
+            good += result == TAVU_SUCCESS ? 1 : 0;
+        }
     }
-    if (procInitial(kPort, true) != 0) {
+    std::atomic<bool> ending{false};
+    std::atomic<int> good{0};
+    std::atomic<long> longest_ms{0};
+    std::thread thread{};
+};
+
+enum class Activity { stopped, waiting, receiving, sending, stuck, asking };
+
+bool begin(sim::Station& module, Activity activity, Asking& asking) {
+    if (!connect() || (activity != Activity::stopped && !start())) {
         return false;
     }
-    reception_start();
+    if (activity == Activity::asking) {
+        asking.thread = std::thread([&] { asking.ask(); });
+        const bool asked = wait_for([&] { return asking.good > 0; });
+        TAVUSleep(60'000);  // into the next one
+        return asked;
+    }
+    if (activity != Activity::stopped) {
+        reception_start();
+    }
     switch (activity) {
         case Activity::receiving:
-            module.control("traffic", "50000");
+            module.set_traffic(50'000);
             return came(recv_queue_pop, 2000);
         case Activity::sending:
             send_endlessly();
             return came(send_queue_pop, 200);
         case Activity::stuck:
-            module.control("fault", "deaf");
+            module.set_fault(Fault::deaf);
             send_endlessly();
             return output_is_stuck();
         default:
@@ -248,75 +240,52 @@ long use_percent() {
     return (std::clock() - start) * 100'000 / CLOCKS_PER_SEC / ms;
 }
 
-void unplug_while(const SimulatedModule& module, Activity activity, const char* name) {
-    if (!connect() || !begin(module, activity)) {
-        verdict(false, text("unplugged %s: not begun", name));
-        disconnect();
-        return;
-    }
-    unplug();
-    // A burst goes on; everything else must rest.
-    const bool sends = activity == Activity::sending || activity == Activity::stuck;
-    const long use = sends ? 0 : use_percent();
-    const long stop = duration_ms(workers_stop);
-    const long exchange = duration_ms([] { TAVUInitCAN(kPort, TAVU_INACTIVE, TAVU_INACTIVE); });
-    const long closed = duration_ms([] { TAVUCloseDevice(kPort); });
-    module.control("fault", "none");
-    module.control("traffic", "0");
-    const bool plugged = plug();
-    module.control("plug");
-    const bool opened = plugged && connect();
-    const long disconnected = duration_ms(disconnect);
-    const int limit_ms = activity == Activity::stuck ? kUnsent_ms : kClose_ms;
-    verdict(opened && use < 50 && stop <= kStop_ms && closed <= limit_ms,
-            text("unplugged %s: busy %ld %%, workers ended in %ld ms, an exchange %ld ms, close "
-                 "with one exchange in it %ld ms; plugged in: %s, opened: %s, closed in %ld ms",
-                 name, use, stop, exchange, closed, plugged ? "yes" : "no", opened ? "yes" : "no",
-                 disconnected));
-}
+struct Trial {
+    const char* name;
+    Activity activity;
+    bool pulled = true;
+    long stop_ms = 200;
+    long close_ms = 200;  // the exchange in a close ends at once
+};
 
-void unplug_in_an_exchange(const SimulatedModule& module) {
-    std::atomic<bool> ending{false};
-    std::atomic<int> good{0};
-    long longest = 0;
-    const bool connected = connect();
-    std::thread asking([&] {
-        while (!ending) {
-            int can1 = 0;
-            int can2 = 0;
-            int result = TAVU_FAILURE;
-            const long ms = duration_ms([&] { result = TAVUGetCANStatus(kPort, &can1, &can2); });
-            longest = std::max(longest, ms);
-            good += result == TAVU_SUCCESS ? 1 : 0;
+void try_out(sim::Station& module, const Trial& trial) {
+    Asking asking;
+    const bool begun = begin(module, trial.activity, asking);
+    if (trial.pulled) {
+        cable_pull(module);
+    }
+    // Who goes on trying is busy with it; everything else must rest.
+    const bool tries = trial.activity >= Activity::sending;
+    const int good = asking.good;
+    const long percent = use_percent();
+    const int answered = asking.good - good;
+    const long stop = duration_ms([&] {
+        asking.ending = true;
+        workers_stop();
+        if (asking.thread.joinable()) {
+            asking.thread.join();
         }
     });
-    const bool asked = wait_for([&] { return good > 0; });
-    TAVUSleep(60'000);  // into the next one
-    unplug();
-    const int good_before = good;
-    TAVUSleep(300'000);
-    const int good_behind = good - good_before;
-    ending = true;
-    asking.join();
-    const long closed = duration_ms([] { TAVUCloseDevice(kPort); });
-    const bool plugged = plug();
-    module.control("plug");
+    const long exchange = duration_ms([] { TAVUInitCAN(kPort, TAVU_INACTIVE, TAVU_INACTIVE); });
+    const long close = duration_ms([] { TAVUCloseDevice(kPort); });
+    module.set_fault(Fault::none);
+    module.set_traffic(0);
+    const bool plugged = !trial.pulled || cable_plug();
+    module.plug();
     const bool opened = plugged && connect();
-    disconnect();
-    verdict(connected && asked && good_behind == 0 && longest <= 150 + kStop_ms &&
-                closed <= kClose_ms && opened,
-            text("unplugged in an exchange: the longest took %ld ms, answered after it %d, close "
-                 "%ld ms; opened again: %s",
-                 longest, good_behind, closed, opened ? "yes" : "no"));
+    const long disconnected = duration_ms(disconnect);
+    verdict(
+        begun && opened && (tries || percent < 50) && answered == 0 &&
+            asking.longest_ms <= kExchange_ms && stop <= trial.stop_ms && close <= trial.close_ms,
+        "%s: begun %d, busy %ld %%, answered %d, longest exchange %ld ms, ended in %ld ms, an "
+        "exchange %ld ms, close with one in it %ld ms; plugged in %d, opened %d, closed in %ld ms",
+        trial.name, begun, percent, answered, asking.longest_ms.load(), stop, exchange, close,
+        plugged, opened, disconnected);
 }
-
-// ---- Two programs, and output that nobody takes ---------------------------------------------
 
 void second_program() {
     std::array<int, 2> opened{};
-    if (pipe(opened.data()) != 0) {
-        return;
-    }
+    [[maybe_unused]] const int piped = pipe(opened.data());
     const pid_t holder = fork();
     if (holder == 0) {
         const char answer = TAVUOpenDevice(kPort) == TAVU_SUCCESS ? 'y' : 'n';
@@ -327,52 +296,39 @@ void second_program() {
     char answer = 'n';
     const bool held = read(opened[0], &answer, 1) == 1 && answer == 'y';
     int result = TAVU_SUCCESS;
-    const long refused = duration_ms([&] { result = TAVUOpenDevice(kPort); });
+    const long ms = duration_ms([&] { result = TAVUOpenDevice(kPort); });
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     const bool again = TAVUOpenDevice(kPort) == TAVU_SUCCESS;
     TAVUCloseDevice(kPort);
-    close(opened[0]);
-    close(opened[1]);
     verdict(held && result == TAVU_FAILURE && again,
-            text("second program: first opened %d, second refused %d in %ld ms, opened after the "
-                 "first was killed %d",
-                 held, result == TAVU_FAILURE, refused, again));
-}
-
-void output_unsent(const SimulatedModule& module) {
-    const bool begun = connect() && begin(module, Activity::stuck);
-    workers_stop();
-    const long exchange = duration_ms([] { TAVUInitCAN(kPort, TAVU_INACTIVE, TAVU_INACTIVE); });
-    const long closed = duration_ms([] { TAVUCloseDevice(kPort); });
-    module.control("fault", "none");
-    const bool opened = connect();
-    disconnect();
-    verdict(
-        begun && closed <= kExchange_ms + kUnsent_ms && opened,
-        text("output unsent at the close: an exchange %ld ms, close with one exchange in it %ld "
-             "ms; opened again: %s",
-             exchange, closed, opened ? "yes" : "no"));
+            "second program: first opened %d, second refused %d in %ld ms, opened after the first "
+            "was killed %d",
+            held, result == TAVU_FAILURE, ms, again);
 }
 
 }  // namespace
 
 int main() {
     queues_reset();
-    if (!plug()) {
+    if (!cable_plug()) {
         verdict(false, "the module could not be plugged in");
         return 1;
     }
-    flood_through_the_library();
-    flood_through_the_worker();
-    const SimulatedModule module;
+    flood("through the library", Stream::frames_and_errors, 1'000'000, take_from_library);
+    flood("through the receive worker", Stream::frames, 200'000, take_from_worker);
+    sim::Station module({.serial = kModuleEnd, .nodes = 1, .flood = true, .keep_commands = false});
     second_program();
-    output_unsent(module);
-    unplug_while(module, Activity::stopped, "when stopped");
-    unplug_while(module, Activity::waiting, "while waiting");
-    unplug_while(module, Activity::receiving, "while receiving");
-    unplug_while(module, Activity::sending, "while sending");
-    unplug_while(module, Activity::stuck, "with output stuck");
-    unplug_in_an_exchange(module);
-    return failures() == 0 ? 0 : 1;
+    const Trial trials[] = {
+        {.name = "output unsent", .activity = Activity::stuck, .pulled = false, .close_ms = 950},
+        {.name = "pulled when stopped", .activity = Activity::stopped},
+        {.name = "pulled while waiting", .activity = Activity::waiting},
+        {.name = "pulled while receiving", .activity = Activity::receiving},
+        {.name = "pulled while sending", .activity = Activity::sending},
+        {.name = "pulled with output stuck", .activity = Activity::stuck, .close_ms = 700},
+        {.name = "pulled in an exchange", .activity = Activity::asking, .stop_ms = kExchange_ms}};
+    for (const Trial& trial : trials) {
+        try_out(module, trial);
+    }
+    return failures == 0 ? 0 : 1;
 }
