@@ -126,8 +126,14 @@ Outcome set_running(ModuleState& state, ByteView payload) {
     return {};
 }
 
+// The second byte of this answer is no status: it says what the data are.
 Outcome read_bus_status(ModuleState& state, ByteView /*payload*/) {
-    return {.report = bus_status_report(counter_data(state))};
+    constexpr Status kErrorCounters{2};
+    Outcome outcome{.status = kErrorCounters};
+    for (const ErrorData& channel : counter_data(state)) {
+        outcome.data.insert(outcome.data.end(), channel.begin(), channel.end());
+    }
+    return outcome;
 }
 
 template <FrameForm form>

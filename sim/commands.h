@@ -60,7 +60,6 @@ enum class Refused {
 struct Outcome {
     Status status = Status::done;
     Bytes data{};                  // of the reply
-    Bytes report{};                // sent in place of a reply
     std::optional<Frame> frame{};  // for the bus
 };
 

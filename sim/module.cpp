@@ -57,8 +57,7 @@ Answer Module::execute(const Command& command) {
     if (row.refused == Refused::never) {
         return {{}, outcome.frame};
     }
-    return {outcome.report.empty() ? reply(row.code, outcome.status, outcome.data) : outcome.report,
-            std::nullopt};
+    return {reply(row.code, outcome.status, outcome.data), std::nullopt};
 }
 
 PortSettings Module::port(int channel) const {

@@ -17,6 +17,17 @@ constexpr std::array<int, 16> kFdLength{0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 2
 constexpr int kClassicLength = 8;
 constexpr std::uint8_t kCr = 0x0D;
 constexpr std::uint8_t kLf = 0x0A;
+
+// First flags byte of a frame: channel number in bits 0 and 1, DLC in bits 4 to 7, between them:
+constexpr int kChannelBits = 0x03;
+constexpr int kExtended = 0x04;
+constexpr int kRemote = 0x08;
+constexpr int kDlcShift = 4;
+// Second flags byte, of CAN FD forms only.
+constexpr int kBrs = 0x01;
+constexpr int kEsi = 0x02;
+constexpr int kFdFormat = 0x04;
+
 std::size_t fd_data_field(std::uint8_t dlc) {
     return static_cast<std::size_t>(std::max(payload_length(dlc, true), kClassicLength));
 }
@@ -26,7 +37,8 @@ std::optional<std::size_t> command_length(const CommandRow& row, ByteView bytes)
     if (row.bytes != kLengthByDlc) {
         return row.bytes;
     }
-    return bytes.size() < 2 ? std::nullopt : std::optional(10 + fd_data_field(bytes[1] >> 4));
+    return bytes.size() < 2 ? std::nullopt
+                            : std::optional(10 + fd_data_field(bytes[1] >> kDlcShift));
 }
 
 std::uint8_t checksum(ByteView bytes) {
@@ -62,13 +74,13 @@ void append_stamp(Bytes& out, TimeStamp stamp) {
 }
 
 std::uint8_t flags_byte(const Frame& frame) {
-    return static_cast<std::uint8_t>((frame.channel + 1) | (frame.extended ? 0x04 : 0) |
-                                     (frame.remote ? 0x08 : 0) | frame.dlc << 4);
+    return static_cast<std::uint8_t>((frame.channel + 1) | (frame.extended ? kExtended : 0) |
+                                     (frame.remote ? kRemote : 0) | frame.dlc << kDlcShift);
 }
 
 std::uint8_t fd_flags_byte(const Frame& frame) {
-    return static_cast<std::uint8_t>((frame.brs ? 0x01 : 0) | (frame.esi ? 0x02 : 0) |
-                                     (frame.fd ? 0x04 : 0));
+    return static_cast<std::uint8_t>((frame.brs ? kBrs : 0) | (frame.esi ? kEsi : 0) |
+                                     (frame.fd ? kFdFormat : 0));
 }
 
 // Closes the report that starts at `start`.
@@ -78,9 +90,8 @@ void seal_from(Bytes& out, std::size_t start) {
     out.push_back(kLf);
 }
 
-Bytes two_channel_report(std::uint8_t code, std::uint8_t kind,
-                         const std::array<ErrorData, 2>& data) {
-    Bytes report{code, kind};
+Bytes error_report(std::uint8_t kind, const std::array<ErrorData, 2>& data) {
+    Bytes report{0x99, kind};
     for (const ErrorData& channel : data) {
         report.insert(report.end(), channel.begin(), channel.end());
     }
@@ -138,20 +149,20 @@ std::size_t CommandReader::resume_after_damage(std::size_t length) const {
 
 std::optional<Frame> decode_frame(ByteView payload, FrameForm form) {
     const std::uint8_t flags = payload[0];
-    const int channel = (flags & 0x03) - 1;
+    const int channel = (flags & kChannelBits) - 1;
     if (channel < 0 || channel >= kChannels) {
         return std::nullopt;
     }
     Frame frame;
     frame.channel = channel;
-    frame.extended = (flags & 0x04) != 0;
-    frame.dlc = static_cast<std::uint8_t>(flags >> 4);
+    frame.extended = (flags & kExtended) != 0;
+    frame.dlc = static_cast<std::uint8_t>(flags >> kDlcShift);
     if (form == FrameForm::fd) {
-        frame.fd = (payload[1] & 0x04) != 0;
-        frame.brs = frame.fd && (payload[1] & 0x01) != 0;
-        frame.esi = frame.fd && (payload[1] & 0x02) != 0;
+        frame.fd = (payload[1] & kFdFormat) != 0;
+        frame.brs = frame.fd && (payload[1] & kBrs) != 0;
+        frame.esi = frame.fd && (payload[1] & kEsi) != 0;
     }
-    frame.remote = !frame.fd && (flags & 0x08) != 0;
+    frame.remote = !frame.fd && (flags & kRemote) != 0;
     const ByteView rest = payload.subspan(form == FrameForm::fd ? 2 : 1);
     frame.id = big_endian(rest) & id_mask(frame.extended);
     const int length = frame.remote ? 0 : payload_length(frame.dlc, frame.fd);
@@ -195,19 +206,15 @@ void append_frame_report(Bytes& out, const Frame& frame, TimeStamp stamp, Classi
 }
 
 Bytes rom_error_report() {
-    return two_channel_report(0x99, 0x01, {});
+    return error_report(0x01, {});
 }
 
 Bytes bus_error_report(const std::array<ErrorData, 2>& data) {
-    return two_channel_report(0x99, 0x02, data);
+    return error_report(0x02, data);
 }
 
 Bytes protocol_status_report(const std::array<ErrorData, 2>& data) {
-    return two_channel_report(0x99, 0x04, data);
-}
-
-Bytes bus_status_report(const std::array<ErrorData, 2>& data) {
-    return two_channel_report(0x62, 0x02, data);
+    return error_report(0x04, data);
 }
 
 }  // namespace sim

@@ -105,7 +105,6 @@ using ErrorData = std::array<std::uint8_t, 6>;
 Bytes rom_error_report();                                            // 0x99 0x01
 Bytes bus_error_report(const std::array<ErrorData, 2>& data);        // 0x99 0x02
 Bytes protocol_status_report(const std::array<ErrorData, 2>& data);  // 0x99 0x04
-Bytes bus_status_report(const std::array<ErrorData, 2>& data);       // 0x62 0x02
 
 }  // namespace sim
 
