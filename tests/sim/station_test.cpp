@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -154,10 +155,15 @@ E2 01 04 03 02 01 3F 42 0F 00 00 00 00 07 00 00 00 00 00 00 00 00.)"));
 
 TEST(Station, ComesBackStoppedAndWithNothingLeftOfBeforeWhenPluggedInAgain) {
     Station station;
-    Line().talk("38 01. 61 01 01. 60 = 38 00. 61 00. (and half a command)");
+    const Line line;
+    line.talk("38 01. 61 01 01. 60 = 38 00. 61 00. (and half a command)");
+    const int both_lines = TIOCM_DTR | TIOCM_RTS;
+    ioctl(line.fd, TIOCMSET, &both_lines);
+    EXPECT_TRUE(station.lines().dtr && station.lines().rts);
     station.send_to_host(Bytes(65'000, 0x55));  // more than the line takes
     station.unplug();
     EXPECT_EQ(open("/dev/ttyACM0", O_RDWR | O_NOCTTY), -1);
+    EXPECT_FALSE(station.lines().dtr || station.lines().rts);
     station.plug();
     Line().talk("36. 60. = 36 00 12 34. 60 00 00 00.");
     EXPECT_EQ(station.state().config[22], 1);
