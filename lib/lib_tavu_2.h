@@ -57,7 +57,7 @@
  * Different ports do not affect each other, with two exceptions. Connect calls change the list of
  * open ports that every call walks, so none of them may run while a call on any port does. And the
  * pacing of the two channels is one for the process: a start on one port sets it for all.
- * DecodeDLC_CANFD and the loss and sleep calls are free of all this.
+ * DecodeDLC_CANFD and the loss, sleep and time calls are free of all this.
  *
  * Closing during a read, wait or send on the port is an error of the caller: the close frees what
  * the other call is using. End a waiting or collecting thread with TAVUCancelReceive, let senders
@@ -101,6 +101,7 @@ enum { TAVU_BRS_OFF = 0, TAVU_BRS_ON = 1 };  /* bit-rate switch of a CAN FD fram
 enum { TAVU_DIS_RTR = 0, TAVU_EN_RTR = 1 };  /* data frame, remote frame */
 /* Identifier or filter type: 11-bit, 29-bit. Filters also know 0, no filter. */
 enum { TAVU_SID = 1, TAVU_EID = 2 };
+enum { TAVU_SID_MAX = 0x7FF, TAVU_EID_MAX = 0x1FFFFFFF }; /* highest identifier of each type */
 /* Error reports the module sends: none, EEPROM errors, bus errors, all. */
 enum { TAVU_DIS_ALL = 0, TAVU_EE_ERR = 1, TAVU_ROM_ERR = 1, TAVU_BUS_ERR = 2, TAVU_EN_ALL = 255 };
 /* Kind of a report (CAN_FRAME_INFO msg_type). */
@@ -474,10 +475,10 @@ TAVU_API void TAVUCancelReceive(int com_port);
  */
 TAVU_API void TAVUSleep(int microseconds);
 
-/*
- * What arrived and reception could not use, counted for the process; all ports and threads
- * together. A report is counted when it is given up: see TAVUReceive_CANFD.
- */
+/* Writes the host's local time as "hh:mm:ss:mmm" and a NUL (null is ignored). */
+TAVU_API void TAVUTimeText(char text[13]);
+
+/* Arrived and of no use to reception; counted for the process, a report when it is given up. */
 typedef struct {
     uint64_t header_short;    /* reports of which at most 2 bytes came and then no rest */
     uint64_t header_unknown;  /* headers of no report that the call knows, among them CAN FD reports
@@ -487,10 +488,8 @@ typedef struct {
     uint64_t discarded;       /* bytes that had arrived unread when an exchange began */
 } TAVU_LOSS_INFO;
 
-/* Copies the counters out. A null pointer is ignored. Each counter is exact by itself. */
+/* Copies the counters out, each exact by itself (null is ignored); sets all of them to 0. */
 TAVU_API void TAVUGetLoss(TAVU_LOSS_INFO* info);
-
-/* Sets all counters to 0. */
 TAVU_API void TAVUResetLoss(void);
 
 #ifdef __cplusplus

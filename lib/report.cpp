@@ -46,24 +46,6 @@ struct SecondText {
     std::array<char, 16> text{};
 };
 
-void time_text(char (&text)[13]) {
-    thread_local SecondText cached;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != cached.second) {
-        tm local{};
-        localtime_r(&now.tv_sec, &local);
-        std::strftime(cached.text.data(), cached.text.size(), "%H:%M:%S:", &local);
-        cached.second = now.tv_sec;
-    }
-    char* end = std::copy_n(cached.text.data(), 9, text);
-    const auto ms = static_cast<int>(now.tv_nsec / 1000000);
-    *end++ = static_cast<char>('0' + ms / 100);
-    *end++ = static_cast<char>('0' + ms / 10 % 10);
-    *end++ = static_cast<char>('0' + ms % 10);
-    *end = '\0';
-}
-
 // ---- Layout ----
 
 // Data bytes of a frame with that flags byte.
@@ -237,8 +219,31 @@ bool report_decode(Bytes report, CAN_FRAME_INFO& info) {
     } else if (!status_decode(report, info)) {
         return false;
     }
-    time_text(info.recv_time);
+    TAVUTimeText(info.recv_time);
     return true;
 }
 
 }  // namespace tavu
+
+using namespace tavu;
+
+void TAVUTimeText(char text[13]) {
+    if (text == nullptr) {
+        return;
+    }
+    thread_local SecondText cached;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (now.tv_sec != cached.second) {
+        tm local{};
+        localtime_r(&now.tv_sec, &local);
+        std::strftime(cached.text.data(), cached.text.size(), "%H:%M:%S:", &local);
+        cached.second = now.tv_sec;
+    }
+    char* end = std::copy_n(cached.text.data(), 9, text);
+    const auto ms = static_cast<int>(now.tv_nsec / 1000000);
+    *end++ = static_cast<char>('0' + ms / 100);
+    *end++ = static_cast<char>('0' + ms / 10 % 10);
+    *end++ = static_cast<char>('0' + ms % 10);
+    *end = '\0';
+}

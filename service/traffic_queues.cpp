@@ -1,13 +1,10 @@
 // service/traffic_queues.cpp - service: display rings, batch handshake, report mailbox, losses.
-// Uses service/traffic_queues.h only. Knows nothing of ports or widgets.
+// Uses service/traffic_queues.h, and lib/lib_tavu_2.h for the time. Knows nothing of ports or widgets.
 // Thread: workers and main thread, as each call in the header says.
 // SPDX-License-Identifier: MIT
 #include "service/traffic_queues.h"
 
-#include <time.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <mutex>
@@ -60,24 +57,6 @@ bool ring_is_full(int front, int rear) {
     return rear + 1 == front || (rear == kRingSlots - 1 && front < 1);
 }
 
-// Local time as "hh:mm:ss:mmm". The second is converted only when it has changed since the last
-// call; the caller's lock guards the converted text.
-void time_text_now(char (&text)[13]) {
-    static time_t converted = -1;
-    static char second_text[sizeof "hh:mm:ss:"];
-
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != converted) {
-        tm local{};
-        localtime_r(&now.tv_sec, &local);
-        strftime(second_text, sizeof second_text, "%H:%M:%S:", &local);
-        converted = now.tv_sec;
-    }
-    snprintf(text, sizeof text, "%s%03u", second_text,
-             static_cast<unsigned>(now.tv_nsec / 1'000'000) % 1000U);
-}
-
 // The slot of a kind, none for a kind that the mailbox does not carry.
 MailboxSlot* mailbox_slot(int msg_type) {
     MailboxSlot* const slot = std::ranges::find(mailbox, msg_type, &MailboxSlot::msg_type);
@@ -101,7 +80,7 @@ bool send_queue_push(const CAN_FRAME_INFO& frame) {
     }
     rear_s = slot_after(rear_s);
     UPBS_INFO& record = upbs_send[rear_s];
-    time_text_now(record.now_time);
+    TAVUTimeText(record.now_time);
     record.frame_info = frame;
     return true;
 }

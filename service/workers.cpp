@@ -50,9 +50,6 @@ constexpr milliseconds kShownPoll{1};
 // Most frames that a batch can put into an empty ring; a larger count would lose the rest.
 constexpr int kBatchMax = kRingSlots - 1;
 
-constexpr unsigned kStandardIdMask = 0x7FF;
-constexpr unsigned kExtendedIdMask = 0x1FFFFFFF;
-
 // ---- Transmit worker -----------------------------------------------------------------------
 
 // The worker runs with cancellation off and opens it only around frame commands and waits, so that
@@ -116,7 +113,7 @@ extern "C" void* TRD_send_fx(void* argument) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     auto& request = *static_cast<TRD_SEND_INFO*>(argument);
     CAN_FRAME_INFO& requested = request.info.can_frame_info;
-    requested.id &= requested.id_type == TAVU_SID ? kStandardIdMask : kExtendedIdMask;
+    requested.id &= requested.id_type == TAVU_SID ? TAVU_SID_MAX : TAVU_EID_MAX;
 
     const CAN_FRAME_INFO frame = frame_to_send(requested);
     const int count = request.info.cnt == 0 ? 1 : request.info.cnt;
