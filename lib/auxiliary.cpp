@@ -60,10 +60,10 @@ int TAVUSetRecvBlock(int com_port, bool block) {
 }
 
 int TAVUGetBLDID(int com_port, unsigned char bldid[2]) {
-    std::array<unsigned char, 7> reply{};
+    Reply<2> reply{};
     if (bldid == nullptr || exchange(com_port, bldid_cmd, reply) != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
-    std::copy_n(&reply[2], 2, bldid);
+    std::ranges::copy(reply_data(reply), bldid);
     return TAVU_SUCCESS;
 }

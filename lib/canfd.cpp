@@ -7,6 +7,7 @@
 namespace {
 
 constexpr unsigned char kLastTimingSet = 2;
+constexpr std::size_t kTimingBytes = 16;  // the set's number and its parameters without param5
 
 }  // namespace
 
@@ -22,15 +23,17 @@ int TAVUGetCFG_CANFD(int com_port, CANFD_CFG_INFO* info) {
         return TAVU_FAILURE;
     }
     *info = {};
-    std::array<unsigned char, kConfigBytes + 9> reply{};
+    Reply<kConfigBytes + 2 * TAVU_CHANNEL_CNT> reply{};
     if (exchange(com_port, getcfg_canfd_cmd, reply) != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
-    config_decode(std::span(reply).subspan<2, kConfigBytes>(), *info);
-    info->fdf_en[0] = reply[25];
-    info->datarate[0] = reply[26];
-    info->fdf_en[1] = reply[27];
-    info->datarate[1] = reply[28];
+    const auto data = reply_data(reply);
+    config_fill(*info, config_decode(data.first<kConfigBytes>()));
+    const auto fd = data.subspan<kConfigBytes>();
+    info->fdf_en[0] = fd[0];
+    info->datarate[0] = fd[1];
+    info->fdf_en[1] = fd[2];
+    info->datarate[1] = fd[3];
     return TAVU_SUCCESS;
 }
 
@@ -47,27 +50,28 @@ int TAVUGet_TimingCFG_CANFD(int com_port, TIMING_CFG_CANFD* info, unsigned char 
         return TAVU_FAILURE;
     }
     *info = {};
-    std::array<unsigned char, 21> reply{};
+    Reply<kTimingBytes> reply{};
+    const auto data = reply_data(reply);
     if (exchange(com_port, command_frame(kGetTiming, index), reply) != TAVU_SUCCESS ||
-        reply[2] != index) {
+        data[0] != index) {
         return TAVU_FAILURE;
     }
-    *info = {.index = reply[2],
-             .param1 = reply[3],
-             .param2 = reply[4],
-             .param3 = reply[5],
-             .param4 = reply[6],
+    *info = {.index = data[0],
+             .param1 = data[1],
+             .param2 = data[2],
+             .param3 = data[3],
+             .param4 = data[4],
              .param5 = 0,
-             .param6 = reply[7],
-             .param7 = reply[8],
-             .param8 = reply[9],
-             .param9 = reply[10],
-             .param10 = reply[11],
-             .param11 = reply[12],
-             .param12 = reply[13],
-             .param13 = reply[14],
-             .param14 = reply[15],
-             .param15 = reply[16],
-             .param16 = reply[17]};
+             .param6 = data[5],
+             .param7 = data[6],
+             .param8 = data[7],
+             .param9 = data[8],
+             .param10 = data[9],
+             .param11 = data[10],
+             .param12 = data[11],
+             .param13 = data[12],
+             .param14 = data[13],
+             .param15 = data[14],
+             .param16 = data[15]};
     return TAVU_SUCCESS;
 }

@@ -14,8 +14,11 @@ namespace {
 
 constexpr int kLastSlowCode = 3;  // bit-rate codes up to here need newer firmware
 constexpr int kLastFirmwareWithoutSlow = 2;
-constexpr unsigned int kMaskBit28 = 0x10000000;
-constexpr unsigned char kExtendedMaskByte = 0x3F;  // the module wants bits 29 and 30 set as well
+
+// A mask that reaches an extended identifier's highest bit is sent with this as its first byte.
+constexpr unsigned int kHighestIdBit = 0x10000000;
+constexpr unsigned int kFirstMaskByte = 0xFF000000;
+constexpr unsigned int kExtendedFirstByte = 0x3F000000;
 
 enum RangeOperation { kDisable = 1, kEnable = 2, kClear = 3 };
 
@@ -102,16 +105,12 @@ int TAVUSetFilter(int com_port, FILTER_INFO info) {
     if (info.CAN_port != TAVU_CAN_1 && info.CAN_port != TAVU_CAN_2) {
         return TAVU_FAILURE;
     }
-    FilterFrame frame{};
-    frame[0] = info.CAN_port == TAVU_CAN_1 ? kSetFilter1 : kSetFilter2;
-    frame[1] = static_cast<unsigned char>(info.flt_type);
-    uint_2_uchar(info.flt_id, &frame[2]);
-    uint_2_uchar(info.mask, &frame[6]);
-    if ((info.mask & kMaskBit28) != 0) {
-        frame[6] = kExtendedMaskByte;
+    unsigned int mask = info.mask;
+    if ((mask & kHighestIdBit) != 0) {
+        mask = (mask & ~kFirstMaskByte) | kExtendedFirstByte;
     }
-    chk_sum_end_byte(frame.data(), static_cast<int>(frame.size()));
-    return exchange(com_port, frame);
+    const Command command = info.CAN_port == TAVU_CAN_1 ? kSetFilter1 : kSetFilter2;
+    return exchange(com_port, filter_frame(command, info.flt_type, info.flt_id, mask));
 }
 
 int TAVUClearFilter(int com_port, int can_port) {

@@ -42,22 +42,22 @@ ConfigBytes image_decode(const FileImage& image) {
     return config;
 }
 
-FILTER_INFO filter_of(int can_port, std::span<const unsigned char, 9> bytes) {
+FILTER_INFO filter_of(int can_port, const ChannelConfig& channel) {
     return {.CAN_port = can_port,
-            .flt_type = bytes[0],
-            .flt_id = uchar_2_uint(&bytes[1]),
-            .mask = uchar_2_uint(&bytes[5])};
+            .flt_type = channel.flt_type,
+            .flt_id = channel.flt_id,
+            .mask = channel.flt_mask};
 }
 
 // Every step is attempted, whatever the earlier ones gave.
-int config_apply(int com_port, const ConfigBytes& config) {
-    const std::span bytes(config);
+int config_apply(int com_port, const ModuleConfig& config) {
+    const auto& [can1, can2] = config.channel;
     const std::array<int, 5> results = {
-        TAVUSetBaudRate(com_port, config[0], config[11]),
-        TAVUSetMode(com_port, config[1], config[12]),
-        TAVUSetErrorType(com_port, config[22]),
-        TAVUSetFilter(com_port, filter_of(TAVU_CAN_1, bytes.subspan<2, 9>())),
-        TAVUSetFilter(com_port, filter_of(TAVU_CAN_2, bytes.subspan<13, 9>())),
+        TAVUSetBaudRate(com_port, can1.baud, can2.baud),
+        TAVUSetMode(com_port, can1.mode, can2.mode),
+        TAVUSetErrorType(com_port, config.err_set),
+        TAVUSetFilter(com_port, filter_of(TAVU_CAN_1, can1)),
+        TAVUSetFilter(com_port, filter_of(TAVU_CAN_2, can2)),
     };
     const bool is_applied = std::all_of(results.begin(), results.end(),
                                         [](int result) { return result == TAVU_SUCCESS; });
@@ -70,7 +70,7 @@ int config_apply(int com_port, const ConfigBytes& config) {
 using namespace tavu;
 
 int TAVUExpCfg(int com_port, const char* path) {
-    std::array<unsigned char, kConfigBytes + 5> reply{};
+    Reply<kConfigBytes> reply{};
     if (path == nullptr || exchange(com_port, expcfg_cmd, reply) != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
@@ -78,7 +78,7 @@ int TAVUExpCfg(int com_port, const char* path) {
     if (file == nullptr) {
         return TAVU_FAILURE;
     }
-    const FileImage image = image_encode(std::span(reply).subspan<2, kConfigBytes>());
+    const FileImage image = image_encode(reply_data(reply));
     std::fwrite(image.data(), 1, image.size(), file.get());
     return TAVU_SUCCESS;
 }
@@ -95,5 +95,5 @@ int TAVUImpCfg(int com_port, const char* path) {
             return TAVU_FAILURE;
         }
     }
-    return config_apply(com_port, image_decode(image));
+    return config_apply(com_port, config_decode(image_decode(image)));
 }

@@ -171,7 +171,7 @@ int TAVUShowVer(int com_port, VER_INFO* info) {
     if (info == nullptr) {
         return TAVU_FAILURE;
     }
-    std::array<unsigned char, 7> firmware{};
+    Reply<2> firmware{};
     const int firmware_result = exchange(com_port, show_ver_cmd, firmware);
     std::array<unsigned char, 2> model{};
     const int model_result = TAVUGetBLDID(com_port, model.data());
@@ -179,19 +179,21 @@ int TAVUShowVer(int com_port, VER_INFO* info) {
     if (firmware_result != TAVU_SUCCESS || model_result != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
-    std::snprintf(info->fw, sizeof info->fw, "%02X.%02X", firmware[2], firmware[3]);
+    const auto version = reply_data(firmware);
+    std::snprintf(info->fw, sizeof info->fw, "%02X.%02X", version[0], version[1]);
     std::snprintf(info->model, sizeof info->model, "%02X%02X", model[0], model[1]);
     return TAVU_SUCCESS;
 }
 
 int TAVUGetCANStatus(int com_port, int* can1, int* can2) {
-    std::array<unsigned char, 7> reply{};
+    Reply<2> reply{};
     if (can1 == nullptr || can2 == nullptr ||
         exchange(com_port, get_sts_cmd, reply) != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
-    *can1 = reply[2];
-    *can2 = reply[3];
+    const auto states = reply_data(reply);
+    *can1 = states[0];
+    *can2 = states[1];
     return TAVU_SUCCESS;
 }
 
@@ -218,24 +220,26 @@ int TAVUGetCfg(int com_port, CFG_INFO* info) {
         return TAVU_FAILURE;
     }
     *info = {};
-    std::array<unsigned char, kConfigBytes + 5> reply{};
+    Reply<kConfigBytes> reply{};
     if (exchange(com_port, getcfg_cmd, reply) != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
-    config_decode(std::span(reply).subspan<2, kConfigBytes>(), *info);
+    config_fill(*info, config_decode(reply_data(reply)));
     return TAVU_SUCCESS;
 }
 
 int TAVUGetVCOMConfig(int com_port, VCOM_INFO* info) {
-    std::array<unsigned char, 16> reply{};
+    constexpr std::size_t kValues = 3;
+    Reply<kValues + sizeof info->uid> reply{};
     if (info == nullptr || exchange(com_port, get_vcom_cmd, reply) != TAVU_SUCCESS) {
         return TAVU_FAILURE;
     }
-    info->skip = reply[2];
-    info->assign = reply[3];
-    info->order = reply[4];
+    const auto data = reply_data(reply);
+    info->skip = data[0];
+    info->assign = data[1];
+    info->order = data[2];
     info->com_port = com_port;
-    std::copy_n(&reply[5], sizeof info->uid, info->uid);
+    std::ranges::copy(data.subspan<kValues>(), info->uid);
     return TAVU_SUCCESS;
 }
 

@@ -1,4 +1,4 @@
-// lib/link.cpp - library: command frames, value codecs, the exchange, the list of open ports.
+// lib/link.cpp - library: the exchange of commands, value codecs, the list of open ports.
 // Uses lib/rs232.h. Knows nothing of what the commands mean.
 // Thread: any; the list changes in connect calls only.
 // SPDX-License-Identifier: MIT
@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 
 namespace tavu {
 
@@ -82,15 +81,6 @@ void input_discard(COM_NODE& node) {
     std::atomic_ref(node.discards).fetch_add(1, std::memory_order_release);
 }
 
-void chk_sum_end_byte(unsigned char* frame, int length) {
-    unsigned char* end = frame + length - 3;
-    end[0] = std::accumulate(frame, end, static_cast<unsigned char>(0), [](int sum, int byte) {
-        return static_cast<unsigned char>(sum + byte);
-    });
-    end[1] = '\r';
-    end[2] = '\n';
-}
-
 int cmd_process(int com_port, int frame_len, int reply_len, const unsigned char* frame,
                 unsigned char* reply) {
     COM_NODE* node = chk_is_legal_com(com_port);
@@ -120,7 +110,7 @@ int exchange(int com_port, std::span<const unsigned char> frame, std::span<unsig
 }
 
 int exchange(int com_port, std::span<const unsigned char> frame) {
-    std::array<unsigned char, 5> reply{};
+    Reply<0> reply{};
     return exchange(com_port, frame, reply);
 }
 
@@ -135,10 +125,8 @@ unsigned int uchar_2_uint(const unsigned char* bytes) {
     return value;
 }
 
-void uint_2_uchar(unsigned int value, unsigned char* bytes) {
-    for (int i = 0; i < 4; ++i) {
-        bytes[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
-    }
+int fd_data_bytes(int dlc) {
+    return std::max(DecodeDLC_CANFD(dlc), kLeastDataBytes);
 }
 
 void linear_encode(ConfigWords& words) {
@@ -155,6 +143,21 @@ void linear_decode(ConfigWords& words) {
         ++factor;
         word = (word - factor) / factor;
     }
+}
+
+ModuleConfig config_decode(std::span<const unsigned char, kConfigBytes> bytes) {
+    constexpr std::size_t kChannelBytes = 11;
+    ModuleConfig config{};
+    for (std::size_t can = 0; can < config.channel.size(); ++can) {
+        const unsigned char* channel = bytes.data() + can * kChannelBytes;
+        config.channel[can] = {.baud = channel[0],
+                               .mode = channel[1],
+                               .flt_type = channel[2],
+                               .flt_id = uchar_2_uint(channel + 3),
+                               .flt_mask = uchar_2_uint(channel + 7)};
+    }
+    config.err_set = bytes.back();
+    return config;
 }
 
 }  // namespace tavu

@@ -1,10 +1,11 @@
-// lib/link.h - library: command frames, value codecs, the exchange, the list of open ports.
+// lib/link.h - library: the exchange of commands, value codecs, the list of open ports.
 // Library-internal.
 // Thread: the list changes in connect calls only, see the table in lib/lib_tavu_2.h.
 // SPDX-License-Identifier: MIT
 #ifndef LIB_LINK_H
 #define LIB_LINK_H
 
+#include "lib/command.h"
 #include "lib/lib_tavu_2.h"
 #include "lib/report_input.h"
 
@@ -16,37 +17,6 @@
 #include <span>
 
 namespace tavu {
-
-// Command bytes of the module.
-enum Command : unsigned char {
-    kSetBaudRate = 0x30,
-    kSetFilter1 = 0x31,
-    kSetFilter2 = 0x32,
-    kSetMode = 0x33,
-    kSetErrorType = 0x38,
-    kSetRunState = 0x61,
-    kSetCanFd = 0x4A,
-    kSetTiming = 0x4B,
-    kGetTiming = 0x4C,
-    kSetVcom = 0x4E,
-    kSendFrame = 0xE0,
-    kSendFdFrame = 0xF0,
-};
-
-// Frames without variable content.
-using PlainFrame = std::array<unsigned char, 4>;
-using FilterFrame = std::array<unsigned char, 13>;
-inline constexpr PlainFrame show_ver_cmd = {0x35, 0x35, 0x0D, 0x0A};
-inline constexpr PlainFrame reset_cmd = {0x34, 0x34, 0x0D, 0x0A};
-inline constexpr PlainFrame bldid_cmd = {0x36, 0x36, 0x0D, 0x0A};
-inline constexpr PlainFrame expcfg_cmd = {0x37, 0x37, 0x0D, 0x0A};
-inline constexpr PlainFrame getcfg_cmd = {0x37, 0x37, 0x0D, 0x0A};
-inline constexpr PlainFrame get_sts_cmd = {0x60, 0x60, 0x0D, 0x0A};
-inline constexpr PlainFrame get_bus_cmd = {0x62, 0x62, 0x0D, 0x0A};
-inline constexpr PlainFrame getcfg_canfd_cmd = {0x47, 0x47, 0x0D, 0x0A};
-inline constexpr PlainFrame get_vcom_cmd = {0x4D, 0x4D, 0x0D, 0x0A};
-inline constexpr FilterFrame clr_filt_0_cmd = {0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x31, 0x0D, 0x0A};
-inline constexpr FilterFrame clr_filt_1_cmd = {0x32, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x32, 0x0D, 0x0A};
 
 // ---- Losses ----
 
@@ -95,22 +65,10 @@ COM_NODE* chk_is_legal_com(int com_port);
 // Removes and frees the port's node and closes its eventfd; nothing to do if there is none.
 void delete_com_node(int com_port);
 
-// ---- Frames and the exchange ----
+// ---- The exchange ----
 
 // Discards and counts what has arrived. The receiver's buffer is emptied by its next call.
 void input_discard(COM_NODE& node);
-
-// Fills the last three of `length` bytes (4 or more): sum of the others modulo 256, CR, LF.
-void chk_sum_end_byte(unsigned char* frame, int length);
-
-// A frame of the given command and payload bytes (low 8 bits of each), checksum and end included.
-template <typename... Payload>
-auto command_frame(Command command, Payload... payload) {
-    std::array<unsigned char, sizeof...(Payload) + 4> frame = {
-        command, static_cast<unsigned char>(payload)...};
-    chk_sum_end_byte(frame.data(), static_cast<int>(frame.size()));
-    return frame;
-}
 
 // One exchange: clears `reply`, discards unread input, writes `frame`, waits 150 ms and reads at
 // most `reply_len` bytes once. A `reply_len` of 0 or a null `reply` sends only. TAVU_FAILURE: port
@@ -121,7 +79,7 @@ int cmd_process(int com_port, int frame_len, int reply_len, const unsigned char*
 // cmd_process, and the reply must echo the command with a status of 0.
 int exchange(int com_port, std::span<const unsigned char> frame, std::span<unsigned char> reply);
 
-// exchange with a 5-byte reply that carries no data.
+// exchange with a reply that carries no data.
 int exchange(int com_port, std::span<const unsigned char> frame);
 
 // ---- Value codecs ----
@@ -135,9 +93,12 @@ constexpr int pow_with_int(int base, int exponent) {
     return static_cast<int>(power);
 }
 
-// 32-bit values as 4 bytes, most significant first.
+// The inverse of uint_2_uchar.
 unsigned int uchar_2_uint(const unsigned char* bytes);
-void uint_2_uchar(unsigned int value, unsigned char* bytes);
+
+// Data field of a frame on the wire: 8 bytes in every CAN 2.0 frame, and in a CAN FD frame at least.
+inline constexpr int kLeastDataBytes = 8;
+int fd_data_bytes(int dlc);
 
 // The module's configuration bytes, one 32-bit word each in the configuration file.
 inline constexpr std::size_t kConfigBytes = 23;
@@ -145,23 +106,36 @@ using ConfigWords = std::array<std::uint32_t, kConfigBytes>;
 void linear_encode(ConfigWords& words);  // word i becomes (i + 1) * word + (i + 1)
 void linear_decode(ConfigWords& words);  // word i becomes (word - (i + 1)) / (i + 1)
 
-// Fills the classic fields of a CFG_INFO or CANFD_CFG_INFO from the configuration bytes.
+// What the configuration bytes mean. The mask of an extended filter has further bits set above the
+// 29th, as the module wants them.
+struct ChannelConfig {
+    unsigned char baud;
+    unsigned char mode;
+    unsigned char flt_type;
+    unsigned int flt_id;
+    unsigned int flt_mask;
+};
+struct ModuleConfig {
+    std::array<ChannelConfig, TAVU_CHANNEL_CNT> channel;
+    unsigned char err_set;
+};
+ModuleConfig config_decode(std::span<const unsigned char, kConfigBytes> bytes);
+
+// Fills the classic fields of a CFG_INFO or CANFD_CFG_INFO.
 template <typename Record>
-void config_decode(std::span<const unsigned char, kConfigBytes> bytes, Record& record) {
-    constexpr std::size_t kChannelBytes = 11;
-    constexpr unsigned int kExtendedMask = 0x1FFFFFFF;
-    for (std::size_t can = 0; can < TAVU_CHANNEL_CNT; ++can) {
-        const unsigned char* channel = bytes.data() + can * kChannelBytes;
-        record.baud[can] = channel[0];
-        record.mode[can] = channel[1];
-        record.flt_type[can] = channel[2];
-        record.flt_id[can] = uchar_2_uint(channel + 3);
-        record.flt_mask[can] = uchar_2_uint(channel + 7);
-        if (record.flt_type[can] == TAVU_EID) {
-            record.flt_mask[can] &= kExtendedMask;
+void config_fill(Record& record, const ModuleConfig& config) {
+    for (std::size_t can = 0; can < config.channel.size(); ++can) {
+        const ChannelConfig& channel = config.channel[can];
+        record.baud[can] = channel.baud;
+        record.mode[can] = channel.mode;
+        record.flt_type[can] = channel.flt_type;
+        record.flt_id[can] = channel.flt_id;
+        record.flt_mask[can] = channel.flt_mask;
+        if (channel.flt_type == TAVU_EID) {
+            record.flt_mask[can] &= TAVU_EID_MAX;
         }
     }
-    record.err_set = bytes[2 * kChannelBytes];
+    record.err_set = config.err_set;
 }
 
 // ---- Connection ----

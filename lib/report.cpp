@@ -19,10 +19,6 @@ namespace {
 constexpr std::size_t kStampedBytes = 25;  // CAN 2.0 frame with time stamp
 constexpr std::size_t kFdBytesWithoutData = 18;
 constexpr std::size_t kShortEepromBytes = 9;
-constexpr std::size_t kClosingBytes = 3;
-constexpr int kLeastDataField = 8;
-constexpr unsigned int kStandardIdMax = 0x7FF;
-constexpr unsigned int kExtendedIdMax = 0x1FFFFFFF;
 
 // First byte of a report; the last two have a kind of report in the second.
 enum Code : unsigned char {
@@ -30,7 +26,7 @@ enum Code : unsigned char {
     kStampedFrame = 0xE2,
     kFdFrame = 0xF1,
     kError = 0x99,
-    kBusStatus = 0x62
+    kBusStatus = kGetBusError  // of the command it answers
 };
 enum Kind : unsigned char { kEeprom = 1, kBusError = 2, kBusStatusAnswer = 2, kProtocolStatus = 4 };
 
@@ -48,14 +44,8 @@ struct SecondText {
 
 // ---- Layout ----
 
-// Data bytes of a frame with that flags byte.
-int data_count(unsigned char flags) {
-    return DecodeDLC_CANFD(flags >> 4);
-}
-
 std::size_t fd_length(unsigned char flags) {
-    return kFdBytesWithoutData +
-           static_cast<std::size_t>(std::max(data_count(flags), kLeastDataField));
+    return kFdBytesWithoutData + static_cast<std::size_t>(fd_data_bytes(flags >> 4));
 }
 
 bool is_end_of_line(Bytes bytes) {
@@ -117,13 +107,13 @@ void timestamp_decode(Bytes bytes, CAN_FRAME_INFO& info) {
 }
 
 void frame_decode(Bytes report, CAN_FRAME_INFO& info) {
-    int count = kLeastDataField;
+    int count = kLeastDataBytes;
     if (report[0] == kFdFrame) {
         info.brs = report[2] & 1;
         info.esi = (report[2] >> 1) & 1;
         info.fdf = (report[2] >> 2) & 1;
         timestamp_decode(report.subspan<3>(), info);
-        count = data_count(report[1]);
+        count = DecodeDLC_CANFD(report[1] >> 4);
     } else if (report[0] == kStampedFrame) {
         timestamp_decode(report.subspan<2>(), info);
     }
@@ -192,11 +182,8 @@ Closing closing_of(Bytes report) {
     if (!is_end_of_line(report.last<2>())) {
         return Closing::kAny;
     }
-    unsigned int sum = 0;
-    for (const unsigned char byte : report.first(report.size() - kClosingBytes)) {
-        sum += byte;
-    }
-    const bool is_sum = static_cast<unsigned char>(sum) == report[report.size() - kClosingBytes];
+    const std::size_t content = report.size() - kClosingBytes;
+    const bool is_sum = checksum(report.first(content)) == report[content];
     return is_sum ? Closing::kChecksum : Closing::kEndOfLine;
 }
 
@@ -209,7 +196,7 @@ bool is_plausible(Bytes report) {
     const bool is_fd = report[0] == kFdFrame;
     const unsigned int id = uchar_2_uint(report.data() + id_offset(report[0]));
     return (frame.CAN_port == TAVU_CAN_1 || frame.CAN_port == TAVU_CAN_2) &&
-           id <= (frame.id_type == TAVU_SID ? kStandardIdMax : kExtendedIdMax) &&
+           id <= (frame.id_type == TAVU_SID ? TAVU_SID_MAX : TAVU_EID_MAX) &&
            (!is_fd || (report[2] & ~kFdFlagBits) == 0);
 }
 

@@ -24,7 +24,6 @@ constexpr auto kPolledEnd = 40us;
 constexpr unsigned long kLeastSlack_ns = 1;
 
 constexpr int kFrameBytes = 17;
-constexpr int kFrameData = 8;      // data bytes of a CAN 2.0 command, whatever the DLC
 constexpr int kFdFixedBytes = 10;  // of a CAN FD command, beside its data
 constexpr int kLongestCommand = kFdFixedBytes + 64;
 
@@ -81,7 +80,7 @@ int TAVUSendReal(int com_port, const CAN_FRAME_INFO& info) {
     }
     std::array<unsigned char, kFrameBytes> command{kSendFrame, flags_encode(info)};
     uint_2_uchar(info.id, &command[2]);
-    std::copy_n(info.data, kFrameData, &command[6]);
+    std::copy_n(info.data, kLeastDataBytes, &command[6]);
     return command_send(*node, info.CAN_port, command.data(), kFrameBytes);
 }
 
@@ -90,7 +89,7 @@ int TAVUSendReal_CANFD(int com_port, const CAN_FRAME_INFO& info) {
     if (node == nullptr) {
         return TAVU_FAILURE;
     }
-    const int data_bytes = std::max(DecodeDLC_CANFD(info.dlc), kFrameData);
+    const int data_bytes = fd_data_bytes(info.dlc);
     std::array<unsigned char, kLongestCommand> command{kSendFdFrame, flags_encode(info),
                                                        fd_flags_encode(info)};
     uint_2_uchar(info.id, &command[3]);
