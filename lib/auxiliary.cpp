@@ -9,6 +9,8 @@
 
 namespace {
 
+// A scan writes to whatever opens, so it keeps off the ports below: their devices may well be other
+// equipment (serial adapters, the console of a board). A module there is opened by its number.
 constexpr int kFirstScannedPort = 23;
 
 }  // namespace

@@ -110,8 +110,6 @@ void port_settle(int com_port) {
 
 void port_drop(COM_NODE* node) {
     RS232_CloseComport(node->fd);
-    node->is_legal = false;
-    node->fd = -1;
     delete_com_node(node->com_port);
 }
 
@@ -256,6 +254,7 @@ int TAVUFlexibleVCOM(int com_port) {
     if (own.skip != 0) {
         return TAVU_SUCCESS;
     }
+    // All ports, as the partner may have a device of any kind.
     for (int candidate = 0; candidate < TAVU_PORT_CNT; ++candidate) {
         if (candidate != com_port && partner_handle(own, candidate)) {
             return TAVU_SUCCESS;

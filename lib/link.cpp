@@ -42,6 +42,12 @@ Place place_find(int com_port) {
     return {};
 }
 
+// The only place that sets the names of the list's end.
+void end_move(COM_NODE* node) {
+    previous = node;
+    last = node;
+}
+
 }  // namespace
 
 void create_com_list(bool is_first, COM_NODE node) {
@@ -49,8 +55,7 @@ void create_com_list(bool is_first, COM_NODE node) {
     created->range_filter = {};
     created->next = nullptr;
     (is_first ? first : previous->next) = created.get();
-    previous = created.get();
-    last = created.release();
+    end_move(created.release());
 }
 
 COM_NODE* chk_is_legal_com(int com_port) {
@@ -66,8 +71,7 @@ void delete_com_node(int com_port) {
     }
     (place.before == nullptr ? first : place.before->next) = node->next;
     if (previous == node.get()) {
-        previous = place.before;
-        last = place.before;
+        end_move(place.before);
     }
     if (node->cancel_fd >= 0) {
         close(node->cancel_fd);

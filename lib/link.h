@@ -37,6 +37,19 @@ inline void loss_add(std::atomic<std::uint64_t>& counter, std::uint64_t count = 
 
 // ---- Open ports ----
 
+// The open ports form one list in the order of their opening, so that every call finds the
+// descriptor and the tables of its port. Its nodes and its head `first` are what is known; these
+// names only keep at hand what can be derived from them, and each is set in one place:
+//   previous, last   the list's end, behind which the next node goes; as nodes only go in there, it
+//                    is also the one created most recently of those that live
+//   is_legal         that the lookup finds the node; a node is legal while its port is open, which
+//                    is as long as it is in the list. It is copied from the record that enters, as
+//                    is the descriptor
+//   g_FlexibleVCOM_flag   that TAVUFlexibleVCOM runs, which makes the opens of its candidates
+//                    start no pairing of their own
+// The pacing send_delay is not in the list: one for each channel of the process, whatever the port,
+// it follows from the bit rates of the module started last.
+
 // One open port. `range_filter` is shared by the receiving thread and the range-filter calls under
 // range_filter_mutex; its `enable` bytes are also read without the lock, so every access outside
 // the lock and every write goes through range_enable_load and range_enable_store.
@@ -54,9 +67,10 @@ struct COM_NODE {
     COM_NODE* next = nullptr;
 };
 
-extern COM_NODE* first;     // head, null when no port is open
-extern COM_NODE* previous;  // tail, behind which the next node goes
-extern COM_NODE* last;      // node created most recently of those that live
+extern COM_NODE* first;  // null when no port is open, as are the others then
+extern COM_NODE* previous;
+extern COM_NODE* last;
+extern bool g_FlexibleVCOM_flag;
 
 // Appends a copy of `node` with cleared range filters. `is_first`: the list is empty.
 void create_com_list(bool is_first, COM_NODE node);
@@ -149,9 +163,6 @@ void port_drop(COM_NODE* node);
 
 // Second hexadecimal digit of the firmware version; 0 if it cannot be read (2 exchanges).
 int firmware_digit(int com_port);
-
-// Set while a pairing runs, so that the opens it makes start none of their own.
-extern bool g_FlexibleVCOM_flag;
 
 // Pacing delay of each channel in microseconds; written by the thread that starts the controller,
 // read by the sending thread. Relaxed: each value stands alone.
