@@ -3,39 +3,67 @@
 #ifndef TESTS_SERVICE_SUPPORT_H
 #define TESTS_SERVICE_SUPPORT_H
 
+#include "service/apipart.h"
 #include "service/traffic_queues.h"
 
-#include <gtest/gtest.h>
+#include "sim/station.h"
 
-#include <chrono>
+#include <gmock/gmock.h>
+
+#include <climits>
 #include <filesystem>
-#include <iterator>
 #include <thread>
-#include <vector>
+
+// A record names only the fields that matter to its test; the others are zero.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 inline constexpr int kPort = 24;        // /dev/ttyACM0, the simulated module's path
 inline constexpr int kClosedPort = 25;  // never opened
 
 // Waits until the condition holds; false when it still does not at the time limit.
 template <typename Condition>
-bool wait_for(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+bool wait_for(Condition condition, std::chrono::milliseconds limit = 10s) {
+    const auto end = Clock::now() + limit;
+    bool holds = condition();
+    for (; !holds && Clock::now() < end; holds = condition()) {
+        std::this_thread::sleep_for(200us);
     }
-    return true;
+    return holds;
 }
 
 inline auto thread_count() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
-inline bool threads_become(decltype(thread_count()) count) {
-    return wait_for([count] { return thread_count() == count; });
-}
+// A module on an open port; no worker before and after a test.
+struct Service : testing::Test {
+    Service() {
+        EXPECT_EQ(TAVUOpenSocketCAN(kPort, nullptr), TAVU_SUCCESS);
+        traffic_loss_reset();
+        queues_reset();
+        batch_shown();
+    }
+    ~Service() override {
+        stop();
+        EXPECT_TRUE(workers_become(0));
+        TAVUCloseDevice(kPort);
+    }
+    static void stop() {
+        procSend(kPort, {.is_cancel = true});
+        procRecv(kPort, {.is_cancel = true});
+    }
+    // A worker counts until shortly after its join.
+    bool workers_become(int count) const {
+        return wait_for([&] { return thread_count() == threads_without + count; });
+    }
+
+    sim::Station station;
+    const decltype(thread_count()) threads_without = thread_count();
+    UPBS_INFO record{};
+};
 
 using Ids = std::vector<unsigned>;
 

@@ -1,70 +1,85 @@
-// tests/service/traffic_queues_test.cpp - test: the display rings.
-// Uses service/traffic_queues.h; no module, no worker. The rest is tested with the receive worker.
+// tests/service/traffic_queues_test.cpp - test: the display rings and the mailbox.
+// Uses service/traffic_queues.h; no module, no worker. The batches are in workers_test.cpp.
 // SPDX-License-Identifier: MIT
-#include "service/traffic_queues.h"
-
 #include "tests/service/support.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <thread>
 
 namespace {
 
-const struct Ring {
+const struct Queue {
     bool (*push)(const CAN_FRAME_INFO&);
     bool (*pop)(UPBS_INFO*);
     std::uint64_t TRAFFIC_LOSS_INFO::*lost;
-} kRings[]{{send_queue_push, send_queue_pop, &TRAFFIC_LOSS_INFO::send_ring_full},
-           {recv_queue_push, recv_queue_pop, &TRAFFIC_LOSS_INFO::recv_ring_full}};
+} kSendRing{send_queue_push, send_queue_pop, &TRAFFIC_LOSS_INFO::send_ring_full},
+    kRecvRing{recv_queue_push, recv_queue_pop, &TRAFFIC_LOSS_INFO::recv_ring_full},
+    kMailbox{[](const CAN_FRAME_INFO& frame) { return report_post(frame), true; },
+             [](UPBS_INFO* record) { return report_take(TAVU_BUSERR_TYPE, &record->frame_info); },
+             &TRAFFIC_LOSS_INFO::report_replaced};
 
-CAN_FRAME_INFO frame_with_id(unsigned id) {
-    CAN_FRAME_INFO frame{};
-    frame.id = id;
-    std::ranges::fill(frame.data, static_cast<unsigned char>(id));
+// The number stands in each of its data bytes, too.
+CAN_FRAME_INFO numbered_frame(unsigned number) {
+    CAN_FRAME_INFO frame{.msg_type = TAVU_BUSERR_TYPE, .id = number};
+    std::ranges::fill(frame.data, static_cast<unsigned char>(number));
     return frame;
 }
 
-TEST(Rings, HoldOneRecordLessOnceOneWasTaken) {
+TEST(Queues, RingsHoldOneRecordLessOnceOneWasTaken) {
     traffic_loss_reset();
-    for (const auto& [push, pop, lost] : kRings) {
+    for (const auto& [push, pop, lost] : {kSendRing, kRecvRing}) {
         push({});
         taken(pop);
         queues_reset();
-        UPBS_INFO record;
         for (const unsigned room : {100000U, 0U, 1U}) {
-            unsigned id = 0;
-            while (push(frame_with_id(id))) {
-                ++id;
+            unsigned pushed = 0;
+            while (push({})) {
+                ++pushed;
             }
-            EXPECT_EQ(id, room);
+            EXPECT_EQ(pushed, room);
+            UPBS_INFO record;
             EXPECT_TRUE(pop(&record));
         }
-        EXPECT_EQ(record.frame_info.id, 2U);
         EXPECT_EQ(traffic_loss().*lost, 3U);
-        EXPECT_EQ(taken(pop).size(), 99998U);
     }
 }
 
-// The main thread takes while a worker pushes; the rings wrap twice.
-TEST(Rings, RecordsAreWholeAndInOrderAcrossThreads) {
-    for (const auto& [push, pop, lost] : kRings) {
-        std::thread producer([push = push] {
-            for (unsigned id = 0; id < 250000; id += push(frame_with_id(id))) {
+// A worker pushes faster than the main thread takes; the rings wrap.
+TEST(Queues, RecordsCrossThreadsWholeAndInOrderOrAreCountedAsLost) {
+    constexpr unsigned kRecords = 250'000;
+    for (const auto& [push, pop, lost] : {kSendRing, kRecvRing, kMailbox}) {
+        queues_reset();
+        traffic_loss_reset();
+        std::jthread worker([push = push] {
+            for (unsigned number = 1; number <= kRecords; ++number) {
+                push(numbered_frame(number));
             }
         });
+        UPBS_INFO record{};
+        const CAN_FRAME_INFO& frame = record.frame_info;
+        std::uint64_t count = 0;
         unsigned wrong = 0;
-        UPBS_INFO record;
-        for (unsigned id = 0; id < 250000; ++id) {
-            while (!pop(&record)) {
+        for (const auto end = Clock::now() + 10s;
+             count + traffic_loss().*lost < kRecords && Clock::now() < end;) {
+            const unsigned before = frame.id;
+            if (pop(&record)) {
+                ++count;
+                wrong += frame.id <= before ||
+                         !std::ranges::equal(frame.data, numbered_frame(frame.id).data);
             }
-            wrong += record.frame_info.id != id ||
-                     !std::ranges::equal(record.frame_info.data, frame_with_id(id).data);
         }
-        producer.join();
+        EXPECT_EQ(count + traffic_loss().*lost, kRecords);
         EXPECT_EQ(wrong, 0U);
     }
+}
+
+TEST(Queues, SentFrameShowsTheTimeNowAReceivedOneItsOwn) {
+    UPBS_INFO record{};
+    const auto second_now = [&record] {
+        EXPECT_TRUE(send_queue_push({}) && send_queue_pop(&record));
+        EXPECT_THAT(record.now_time, testing::MatchesRegex("..:..:..:[0-9][0-9][0-9]"));
+        return std::string(record.now_time, sizeof "hh:mm:ss" - 1);
+    };
+    EXPECT_TRUE(wait_for([&, earlier = second_now()] { return second_now() != earlier; }));
+    EXPECT_TRUE(recv_queue_push({.recv_time = "12:34:56:789"}) && recv_queue_pop(&record));
+    EXPECT_STREQ(record.now_time, "12:34:56:789");
 }
 
 }  // namespace
