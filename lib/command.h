@@ -37,7 +37,8 @@ enum Command : unsigned char {
 
 // ---- Frames ----
 
-// Command byte, payload, and the bytes that also close every reply and report: checksum, CR, LF.
+// A frame is the command byte, its payload and what closes replies and reports as well: the
+// checksum of all bytes before it, CR, LF.
 inline constexpr std::size_t kClosingBytes = 3;
 
 // Sum modulo 256.
@@ -49,7 +50,7 @@ constexpr unsigned char checksum(std::span<const unsigned char> bytes) {
     return static_cast<unsigned char>(sum);
 }
 
-// Fills the last three of `length` bytes (4 or more): checksum of the others, CR, LF.
+// Closes a frame of `length` bytes (4 or more), of which the last three are free.
 constexpr void chk_sum_end_byte(unsigned char* frame, int length) {
     const std::size_t content = static_cast<std::size_t>(length) - kClosingBytes;
     frame[content] = checksum({frame, content});
