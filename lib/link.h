@@ -110,7 +110,7 @@ constexpr int pow_with_int(int base, int exponent) {
 // The inverse of uint_2_uchar.
 unsigned int uchar_2_uint(const unsigned char* bytes);
 
-// Data field of a frame on the wire: 8 bytes in every CAN 2.0 frame, and in a CAN FD frame at least.
+// Data field of a frame on the wire: 8 bytes in a CAN 2.0 frame, and at least that with CAN FD.
 inline constexpr int kLeastDataBytes = 8;
 int fd_data_bytes(int dlc);
 

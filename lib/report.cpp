@@ -1,4 +1,4 @@
-// lib/report.cpp - library: the reports a module sends: lengths, closings, records.
+// lib/report.cpp - library: the reports a module sends: lengths, closings, records; the time text.
 // Uses lib/link.h for the byte order. Looks at bytes only: no port, no buffer, no counters.
 // Thread: any.
 // SPDX-License-Identifier: MIT

@@ -1,5 +1,5 @@
 // service/traffic_queues.cpp - service: display rings, batch handshake, report mailbox, losses.
-// Uses service/traffic_queues.h, and lib/lib_tavu_2.h for the time. Knows nothing of ports or widgets.
+// Uses lib/lib_tavu_2.h for the time. Knows nothing of ports or widgets.
 // Thread: workers and main thread, as each call in the header says.
 // SPDX-License-Identifier: MIT
 #include "service/traffic_queues.h"

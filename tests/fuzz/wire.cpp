@@ -1,5 +1,5 @@
-// tests/fuzz/wire.cpp - test: a port whose other end is the fuzz target. Reads come in pieces, and no
-// call waits. Uses lib/link.h to enter the port into the open-port list.
+// tests/fuzz/wire.cpp - test: a port whose other end is the fuzz target. Reads come in pieces, and
+// no call waits. Uses lib/link.h to enter the port into the open-port list.
 // SPDX-License-Identifier: MIT
 #include "tests/fuzz/wire.h"
 

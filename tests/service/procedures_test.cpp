@@ -1,6 +1,6 @@
 // tests/service/procedures_test.cpp - test: failing procedures, and a disconnect from busy workers.
-// Uses service/apipart.h and sim/; stands in for the user interface. What a session without failures
-// sends is tested end to end, a connect that fails half-way with the window.
+// Uses service/apipart.h and sim/; stands in for the user interface. What a session without
+// failures sends is tested end to end, a connect that fails half-way with the window.
 // SPDX-License-Identifier: MIT
 #include "tests/service/support.h"
 
