@@ -11,7 +11,7 @@
 struct ConfigFile : testing::Test {
     ~ConfigFile() override { std::filesystem::remove(path_); }
 
-    std::string path_ = testing::TempDir() + "tavu_" + std::to_string(getpid()) + ".cfg";
+    const std::string path_ = testing::TempDir() + "tavu_" + std::to_string(getpid()) + ".cfg";
     OpenModule module_;
 };
 
@@ -20,7 +20,8 @@ TEST_F(ConfigFile, ImportAppliesWhatExportSavedAndNoRefusedStepStopsTheOthers) {
                                                 0xFF, 0xFF, 0xFF, 3,    0,    1,    0,    0,
                                                 7,    0x12, 0,    0,    7,    0xFF, 0xFF};
     module_.set_state({.config = saved});
-    ASSERT_EQ(TAVUExpCfg(kPort, path_.c_str()), TAVU_SUCCESS);
+    std::ofstream(path_) << "an older file";
+    module_.expect(TAVU_SUCCESS, {"37 37 0D 0A"}, [&] { return TAVUExpCfg(kPort, path_.c_str()); });
     std::string words;
     for (int i = 1; i <= 23; ++i) {
         const int word = i * (saved[static_cast<std::size_t>(i - 1)] + 1);
@@ -28,8 +29,8 @@ TEST_F(ConfigFile, ImportAppliesWhatExportSavedAndNoRefusedStepStopsTheOthers) {
     }
     std::ifstream file(path_, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), words);
+
     std::ofstream(path_, std::ios::app) << "bytes beyond the end";
-    module_.sent();
     Texts steps = {"35 35 0D 0A",
                    "36 36 0D 0A",
                    "30 09 03 3C 0D 0A",
@@ -37,12 +38,11 @@ TEST_F(ConfigFile, ImportAppliesWhatExportSavedAndNoRefusedStepStopsTheOthers) {
                    "38 FF 37 0D 0A",
                    "31 02 12 34 56 78 3F FF FF FF 83 0D 0A",
                    "32 01 00 00 07 12 00 00 07 FF 52 0D 0A"};
-    EXPECT_EQ(TAVUImpCfg(kPort, path_.c_str()), TAVU_SUCCESS);
-    EXPECT_EQ(module_.sent(), steps);
-    module_.set_state({.firmware = {0x02, 0x09}});
-    EXPECT_EQ(TAVUImpCfg(kPort, path_.c_str()), TAVU_FAILURE);
+    const auto import = [&] { return TAVUImpCfg(kPort, path_.c_str()); };
+    module_.expect(TAVU_SUCCESS, steps, import);
+    module_.set_state({.firmware = {0x02, 0x09}});  // knows no 50 kbit/s
     steps.erase(steps.begin() + 2);
-    EXPECT_EQ(module_.sent(), steps) << "the old firmware knows no 50 kbit/s";
+    module_.expect(TAVU_FAILURE, steps, import);
 }
 
 TEST_F(ConfigFile, UnusableFilesAndAnswersTouchNothing) {
@@ -55,5 +55,5 @@ TEST_F(ConfigFile, UnusableFilesAndAnswersTouchNothing) {
     EXPECT_EQ(TAVUExpCfg(kPort, path_.c_str()), TAVU_FAILURE);
     EXPECT_EQ(std::filesystem::file_size(path_), 91U);
     EXPECT_EQ(TAVUExpCfg(kPort, testing::TempDir().c_str()), TAVU_FAILURE);
-    EXPECT_EQ(TAVUExpCfg(kPort, "/dev/full"), TAVU_SUCCESS) << "write errors are not reported";
+    module_.expect(TAVU_SUCCESS, {"37 37 0D 0A"}, [] { return TAVUExpCfg(kPort, "/dev/full"); });
 }

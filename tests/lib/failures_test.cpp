@@ -34,11 +34,11 @@ CANFD_CFG_INFO fd_config{};
 VCOM_INFO vcom{};
 TIMING_CFG_CANFD timing{};
 CAN_FRAME_INFO record{};
-NON_BLOCK_INFO batch{.cnt = 1, .interval = 1, .can_frame_info = &record};
 
 const CAN_FRAME_INFO kFrame = {0, TAVU_SID, 0, 0, 0, 0, 0, 0, {}, 0, {}, {}, {}};
-const FILTER_INFO kExtended = {0, TAVU_EID, 0x123, 0x1FFFFFFF};
-const FILTER_INFO kStandard = {1, TAVU_SID, 0x123, 0x7FF};
+const FILTER_INFO kExtended = {TAVU_CAN_1, TAVU_EID, 0x123, 0x1FFFFFFF};
+const FILTER_INFO kStandard = {TAVU_CAN_2, TAVU_SID, 0x123, 0x7FF};
+const FILTER_INFO kNoChannel = {2, TAVU_SID, 0x123, 0x7FF};
 
 // The calls that reach the module.
 const std::vector<PublicCall> calls = {
@@ -74,6 +74,7 @@ std::vector<int> listed(auto... results) {
 }
 
 TEST(Failures, PortsOutOfRangeAndClosedOnesAreRefusedAtOnce) {
+    NON_BLOCK_INFO batch{.cnt = 1, .interval = 1, .can_frame_info = &record};
     tavu::send_delay[0] = 60'000'000;
     const auto start = Clock::now();
     for (const int port : {-1, 68, 1 << 30, kPort}) {
@@ -88,16 +89,16 @@ TEST(Failures, PortsOutOfRangeAndClosedOnesAreRefusedAtOnce) {
                    TAVUWaitReceive(port, 60000)),
             std::vector<int>(10, TAVU_FAILURE));
         EXPECT_EQ(TAVUSetRecvBlock(port, true), TAVU_READ_MODE_FAILURE);
-        EXPECT_EQ(TAVUReceive(port, &record) + TAVUReceive_CANFD(port, &record), TAVU_NO_REPORT);
+        EXPECT_EQ(TAVUReceive(port, &record), TAVU_NO_REPORT);
+        EXPECT_EQ(TAVUReceive_CANFD(port, &record), TAVU_NO_REPORT);
         EXPECT_EQ(TAVUReceiveNonblock(port, &batch), 0);
+        TAVUCancelReceive(port);
     }
-    TAVUCancelReceive(-1);
     EXPECT_LT(Clock::now() - start, kLimit);
 }
 
 TEST(Failures, BadArgumentsAreRefusedBeforeAnythingIsSent) {
     OpenModule module;
-    NON_BLOCK_INFO nowhere{.cnt = 1, .interval = 60000, .can_frame_info = nullptr};
     const auto results = listed(
         TAVUGetCANStatus(kPort, nullptr, &states[0]), TAVUGetCANStatus(kPort, &states[0], nullptr),
         TAVUGetRangeFilter(kPort, nullptr, &tables[0]),
@@ -107,11 +108,12 @@ TEST(Failures, BadArgumentsAreRefusedBeforeAnythingIsSent) {
         TAVUGet_TimingCFG_CANFD(kPort, nullptr, 0), TAVUGet_TimingCFG_CANFD(kPort, &timing, 3),
         TAVUTesting(kPort, nullptr), raw(kPort, 257, 1), raw(kPort, -1, 1), raw(kPort, 4, 257),
         raw(kPort, 4, -1), TAVUGetBLDID(kPort, nullptr), TAVUClearFilter(kPort, 2),
-        TAVUSetFilter(kPort, {2, TAVU_SID, 0, 0}));
+        TAVUSetFilter(kPort, kNoChannel));
     EXPECT_EQ(results, std::vector<int>(results.size(), TAVU_FAILURE));
-    EXPECT_EQ(TAVUReceive(kPort, nullptr) + TAVUReceive_CANFD(kPort, nullptr), 0);
-    EXPECT_EQ(TAVUReceiveNonblock(kPort, nullptr) + TAVUReceiveNonblock(kPort, &nowhere), 0);
-    EXPECT_EQ(DecodeDLC_CANFD(-1) + DecodeDLC_CANFD(20), 0 + 64);
+    NON_BLOCK_INFO nowhere{.cnt = 1, .interval = 60000, .can_frame_info = nullptr};
+    EXPECT_EQ(listed(TAVUReceive(kPort, nullptr), TAVUReceive_CANFD(kPort, nullptr),
+                     TAVUReceiveNonblock(kPort, nullptr), TAVUReceiveNonblock(kPort, &nowhere)),
+              std::vector<int>(4, TAVU_NO_REPORT));
     TAVUGetLoss(nullptr);
     EXPECT_EQ(raw(kPort, 0, 0), TAVU_SUCCESS) << "sends nothing, as was asked";
     EXPECT_TRUE(module.sent().empty());
@@ -143,39 +145,48 @@ TEST_P(Failure, GivesTheRightResultAndHarmsNoLaterCall) {
     const auto& [name, strike, exchange_result, write_result] = GetParam();
     OpenModule module;
     for (const PublicCall& call : calls) {
+        SCOPED_TRACE(call.command);
         const int expected = call.is_answered ? exchange_result : write_result;
-        module.forget_commands();
-        strike(module, hex(call.command)[0]);
-        EXPECT_EQ(call.call(kPort), expected) << call.command;
-        sim::shim_fail_none();
+        expect_in_three_tries(expected, [&] {
+            module.forget_commands();
+            strike(module, hex(call.command)[0]);
+            const int result = call.call(kPort);
+            sim::shim_fail_none();
+            return result;
+        });
         if (expected == TAVU_SUCCESS) {
-            EXPECT_EQ(module.sent(1).back(), call.command);
+            const Texts sent = module.sent(1);
+            ASSERT_FALSE(sent.empty());
+            EXPECT_EQ(sent.back(), call.command);
         }
     }
-    EXPECT_EQ(TAVUResetCAN(kPort) == TAVU_FAILURE, std::string(name) == "HangUp");
+    expect_in_three_tries(name == std::string("HangUp") ? TAVU_FAILURE : TAVU_SUCCESS,
+                          [] { return TAVUResetCAN(kPort); });
     EXPECT_EQ(sim::shim_open_descriptors(), 1);
 }
 
-const std::vector<sim::CallFault> kSignals = {{sim::Call::read, EINTR, 3},
-                                              {sim::Call::write, EINTR, 3}};
-
+const std::vector<sim::CallFault> kSignals = {
+    {.call = sim::Call::read, .error = EINTR, .times = 3},
+    {.call = sim::Call::write, .error = EINTR, .times = 3}};
 const std::vector<sim::CallFault> kShort = {{.call = sim::Call::read, .times = 3, .limit = 1},
                                             {.call = sim::Call::write, .times = 3, .limit = 1}};
+constexpr int kFine = TAVU_SUCCESS;
+constexpr int kFails = TAVU_FAILURE;
 
 INSTANTIATE_TEST_SUITE_P(
     Failures, Failure,
-    testing::Values(
-        Fault{"Silence", [](auto& module, auto command) { module.script_reply(command, {}); },
-              TAVU_FAILURE, TAVU_SUCCESS},
-        Fault{"Refusal", answers(0, {1, 0, 0x0D, 0x0A}), TAVU_FAILURE, TAVU_SUCCESS},
-        Fault{"WrongEcho", answers(1, {0, 0, 0x0D, 0x0A}), TAVU_FAILURE, TAVU_SUCCESS},
-        Fault{"Truncated", answers(0, {}), TAVU_SUCCESS, TAVU_SUCCESS},  // the rest reads as zeros
-        Fault{"Oversized", answers(0, sim::Bytes(200)), TAVU_SUCCESS, TAVU_SUCCESS},
-        Fault{"Signals", fails(kSignals), TAVU_SUCCESS, TAVU_SUCCESS},
-        Fault{"Write", fails({{sim::Call::write, EIO, 3}}), TAVU_FAILURE, TAVU_FAILURE},
-        Fault{"Read", fails({{sim::Call::read, EIO, 3}}), TAVU_FAILURE, TAVU_SUCCESS},
-        Fault{"Short", fails(kShort), TAVU_SUCCESS, TAVU_SUCCESS},
-        Fault{"HangUp", [](auto& module, auto) { module.unplug(); }, TAVU_FAILURE, TAVU_FAILURE}),
+    testing::Values(Fault{"Silence",
+                          [](auto& module, auto command) { module.script_reply(command, {}); },
+                          kFails, kFine},
+                    Fault{"Refusal", answers(0, {1, 0, 0x0D, 0x0A}), kFails, kFine},
+                    Fault{"WrongEcho", answers(1, {0, 0, 0x0D, 0x0A}), kFails, kFine},
+                    Fault{"TruncatedReadsAsZeros", answers(0, {}), kFine, kFine},
+                    Fault{"Oversized", answers(0, sim::Bytes(200)), kFine, kFine},
+                    Fault{"Signals", fails(kSignals), kFine, kFine},
+                    Fault{"Write", fails({{sim::Call::write, EIO, 3}}), kFails, kFails},
+                    Fault{"Read", fails({{sim::Call::read, EIO, 3}}), kFails, kFine},
+                    Fault{"Short", fails(kShort), kFine, kFine},
+                    Fault{"HangUp", [](auto& module, auto) { module.unplug(); }, kFails, kFails}),
     [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
