@@ -6,9 +6,10 @@
 TEST(CanFd, ConfigurationIsDecodedAndAFailureClearsIt) {
     OpenModule module;
     CANFD_CFG_INFO info{};
-    module.expect(TAVU_SUCCESS, {"47 47 0D 0A"}, [&] {
-        module.script_reply(0x47, hex("47 00 09 01 02 00 00 01 23 3F FF FF FF 07 00 01 00 00 02 34 "
-                                      "00 00 07 FF FF 01 05 00 08 00 0D 0A"));
+    expect_at_last(TAVU_SUCCESS, [&] {
+        module.script_reply(0x47,
+                            hex("47 00 09 01 02 00 00 01 23 3F FF FF FF 07 00 01 00 00 02 34 00 "
+                                "00 07 FF FF 01 05 00 08 00 0D 0A"));
         return TAVUGetCFG_CANFD(kPort, &info);
     });
     EXPECT_EQ(text_of(info.baud), "09 07");

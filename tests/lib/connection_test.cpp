@@ -29,24 +29,18 @@ TEST(Connection, OpenProvesTheModuleStopsItsChannelsAndPairsFirmwareDigitFiveOnl
     }
 }
 
-TEST(Connection, SecondStatusReadDecidesAndAFailedOpenLeavesNothing) {
+TEST(Connection, OpenFailsWhenTheSecondStatusReadDoesAndLeavesNothing) {
     Module module;
     module.script_reply(0x60, hex("60 00 00 00 60 0D 0A"));
     module.script_reply(0x60, hex("60 01 00 00 61 0D 0A"));
     EXPECT_EQ(TAVUOpenDevice(kPort), TAVU_FAILURE);
     EXPECT_EQ(tavu::first, nullptr);
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
-    expect_in_three_tries(TAVU_SUCCESS, [&] {
-        module.script_reply(0x60, {});
-        return TAVUOpenDevice(kPort);
-    });
-    EXPECT_EQ(TAVUCloseDevice(kPort), TAVU_SUCCESS);
 }
 
 TEST(Connection, ThousandCyclesLeaveNoDescriptorAndAnIntactList) {
     const OpenModule first;
-    const Module second(kPort + 1);
-    const Module third(kPort + 2);
+    const Module second(kPort + 1), third(kPort + 2);
     const auto descriptor_count = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
@@ -66,17 +60,20 @@ TEST(Connection, StartStopsWhatRunsAndReadsTheRatesFirst) {
     OpenModule module;
     const Texts start = {kStatus, kConfig, kStart1};
     const Texts restart = {kStatus, kStop, kConfig, kStart1};
-    const auto expect_start = [&](std::array<std::uint8_t, 2> running, const Texts& steps) {
+    const auto expect_start = [&](std::array<std::uint8_t, 2> running, const Texts& steps,
+                                  bool is_readable = true) {
         module.expect(TAVU_SUCCESS, steps, [&] {
             module.set_state({.running = running});
+            if (!is_readable) {
+                module.script_reply(0x60, {});
+            }
             return TAVUInitCAN(kPort, TAVU_ACTIVE, TAVU_INACTIVE);
         });
     };
     expect_start({0, 0}, start);
     expect_start({1, 0}, restart);
     expect_start({0, 1}, restart);
-    module.script_reply(0x60, {});
-    expect_start({0, 0}, restart);  // an unreadable status counts as running
+    expect_start({0, 0}, restart, false);  // what cannot be read counts as running
     module.expect(TAVU_SUCCESS, {kStop}, [] { return TAVUInitCAN(kPort, 0, 0); });
     module.expect(TAVU_SUCCESS, {kStatus, kConfig, "61 00 01 62 0D 0A"},
                   [] { return TAVUInitCAN(kPort, TAVU_INACTIVE, TAVU_ACTIVE); });
@@ -97,7 +94,7 @@ TEST(Connection, PacingIsAbout105BitTimesAndKeptWhenTheRateIsUnknown) {
         state.config[11] = static_cast<std::uint8_t>(code + 1);
         module.set_state(state);
         tavu::send_delay[1] = 1000;
-        expect_in_three_tries(std::pair(true, true), [&] {
+        expect_at_last(std::pair(true, true), [&] {
             tavu::fine_tune_send_delay(kPort);
             return std::pair(is_paced(0, code), is_paced(1, code + 1U));
         });
@@ -116,8 +113,8 @@ TEST(Connection, AnswersAreTakenFromTheirPlacesAndVersionsOnlyTogether) {
     };
     module.script_reply(0x36, {});
     EXPECT_EQ(read(), (Texts{"old", TAVU_LIB_VERSION, "old"}));
-    expect_in_three_tries(Texts{"03.10", TAVU_LIB_VERSION, "1234"}, read);
-    expect_in_three_tries(std::pair(0, 1), [&] {
+    expect_at_last(Texts{"03.10", TAVU_LIB_VERSION, "1234"}, read);
+    expect_at_last(std::pair(0, 1), [&] {
         std::pair states(7, 7);
         module.script_reply(0x60, hex("60 00 00 01 61 0D 0A"));
         TAVUGetCANStatus(kPort, &states.first, &states.second);
@@ -150,7 +147,7 @@ TEST_P(Pair, PartnerGetsTheInverseOnlyWhenNumbersAndOrdersAreCrossed) {
     };
     const OpenModule own(kPort, state(GetParam().own));
     Module other(kPort + GetParam().distance, state(GetParam().other));
-    expect_in_three_tries(std::pair(GetParam().result, GetParam().gets), [&] {
+    expect_at_last(std::pair(GetParam().result, GetParam().gets), [&] {
         const int result = TAVUFlexibleVCOM(kPort);
         Texts sent = other.sent();
         std::erase_if(sent, [](const std::string& command) { return command[0] != '4'; });

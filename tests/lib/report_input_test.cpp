@@ -12,57 +12,57 @@ using Reports = std::vector<sim::Bytes>;
 
 // Puts bytes into the buffer and takes the reports that it gives then. `is_silent`: no more bytes
 // follow within any gap.
-Reports taken(tavu::ReportInput& input, sim::ByteView bytes, bool is_silent,
-              const tavu::Dialect& dialect = tavu::kEveryReport) {
+void take(tavu::ReportInput& input, sim::ByteView bytes, bool is_silent, Reports& reports,
+          const tavu::Dialect& dialect = tavu::kEveryReport) {
     std::ranges::copy(bytes, tavu::input_room(input).begin());
     tavu::input_added(input, bytes.size());
-    Reports reports;
     tavu::Step step{};
     while (input.begin != input.end && !input.is_exhausted) {
-        step = tavu::input_step(input, dialect, is_silent && step.outcome == tavu::Outcome::kMore);
-        if (step.outcome == tavu::Outcome::kMore && !is_silent) {
-            break;
+        const bool is_asked = step.outcome == tavu::Outcome::kMore;
+        if (is_asked && !is_silent) {
+            return;
         }
+        step = tavu::input_step(input, dialect, is_asked);
         if (step.outcome == tavu::Outcome::kReport) {
             reports.emplace_back(step.report.begin(), step.report.end());
         }
     }
-    return reports;
 }
 
 // ---- Streams ----
 
-// A gapless stream of reports, all of one kind or of all kinds.
-struct Stream {
-    Stream(std::size_t kind, std::mt19937& random) {
-        // How they begin, up to the first byte of the identifier, and their lengths.
-        static const std::pair<sim::Bytes, std::size_t> kinds[] = {
-            {hex("E1 86 1A"), 17},
-            {hex("E2 85 1 2 3 4 5 6 7 8 1A"), 25},
-            {hex("F1 8D 04 1 2 3 4 5 6 7 8 1A"), 26},
-            {hex("F1 F5 05 1 2 3 4 5 6 7 8 1A"), 82},
-            {hex("99 02"), 17},
-            {hex("99 01 0 0 0 0 0 0"), 17}};
-        static const sim::Bytes lures = hex("E1 E2 F1 99 62 81 02 05");
-        while (reports.size() < 20) {
-            const auto& [head, length] =
-                kinds[(kind < std::size(kinds) ? kind : random()) % std::size(kinds)];
-            const bool is_lure = random() % 10 == 0;
-            sim::Bytes report = head;
-            while (report.size() < length - 3) {
-                report.push_back(is_lure ? lures[random() % lures.size()]
-                                         : static_cast<std::uint8_t>(random()));
-            }
-            reports.push_back(sealed(report));
-            starts.push_back(wire.size());
-            wire.insert(wire.end(), reports.back().begin(), reports.back().end());
+// Reports of one kind, or of all kinds behind the last; one in ten is full of header bytes.
+Reports reports_of(std::size_t kind, std::mt19937& random) {
+    // How they begin, up to the first byte of the identifier, and their lengths.
+    static const std::pair<sim::Bytes, std::size_t> kinds[] = {
+        {hex("E1 86 1A"), 17},
+        {hex("E2 85 1 2 3 4 5 6 7 8 1A"), 25},
+        {hex("F1 8D 04 1 2 3 4 5 6 7 8 1A"), 26},
+        {hex("F1 F5 05 1 2 3 4 5 6 7 8 1A"), 82},
+        {hex("99 02"), 17},
+        {hex("99 01 0 0 0 0 0 0"), 17}};
+    static const sim::Bytes lures = hex("E1 E2 F1 99 62 81 02 05");
+    Reports reports(20);
+    for (sim::Bytes& report : reports) {
+        const bool is_lure = random() % 10 == 0;
+        const auto& [head, length] = kinds[kind < 6 ? kind : random() % 6];
+        report = head;
+        while (report.size() < length - 3) {
+            const auto byte = static_cast<std::uint8_t>(random());
+            report.push_back(is_lure ? lures[byte % lures.size()] : byte);
         }
+        report = sealed(report);
     }
+    return reports;
+}
 
-    Reports reports;
-    std::vector<std::size_t> starts;
-    sim::Bytes wire;
-};
+sim::Bytes joined(const Reports& reports, std::size_t count) {
+    sim::Bytes bytes;
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes.insert(bytes.end(), reports[i].begin(), reports[i].end());
+    }
+    return bytes;
+}
 
 // What happens in the middle of a report.
 struct Disturbance {
@@ -72,19 +72,17 @@ struct Disturbance {
     bool is_cut = false;        // the rest of the report is missing
     bool is_paused = false;     // nothing comes for longer than any gap
     bool is_discarded = false;  // what has come and was not taken goes with what is missing
-    std::size_t lost_most = 2;  // reports, beside those discarded
+    std::size_t lost_most = 2;  // reports
 };
 
 struct Disturbed : testing::TestWithParam<Disturbance> {
     std::size_t up_to(std::size_t most) { return most == 0 ? 0 : random_() % most + 1; }
     // Brings bytes in pieces and takes what reports they give.
-    void receive(sim::ByteView bytes, bool is_silent = false) {
-        while (!bytes.empty() || is_silent) {
+    void receive(sim::ByteView bytes) {
+        while (!bytes.empty()) {
             const auto piece = bytes.first(std::min(up_to(200), bytes.size()));
+            take(input_, piece, false, received_);
             bytes = bytes.subspan(piece.size());
-            std::ranges::move(taken(input_, piece, is_silent && bytes.empty()),
-                              std::back_inserter(received_));
-            is_silent = is_silent && !bytes.empty();
         }
     }
     void one_stream(std::size_t kind);
@@ -98,33 +96,33 @@ struct Disturbed : testing::TestWithParam<Disturbance> {
 
 void Disturbed::one_stream(std::size_t kind) {
     const auto& [name, strays, missing, is_cut, is_paused, is_discarded, lost_most] = GetParam();
-    const Stream sent(kind, random_);
-    constexpr std::size_t kHurt = 6;
-    const std::size_t place = sent.starts[kHurt] + up_to(sent.reports[kHurt].size() - 1);
-    const std::size_t resume = is_cut ? sent.starts[kHurt + 1] : place + up_to(missing);
-    sim::Bytes before(sent.wire.begin(), sent.wire.begin() + static_cast<std::ptrdiff_t>(place));
+    const Reports sent = reports_of(kind, random_);
+    const sim::Bytes wire = joined(sent, sent.size());
+    const std::size_t place = joined(sent, 6).size() + up_to(sent[6].size() - 1);
+    const std::size_t resume = is_cut ? joined(sent, 7).size() : place + up_to(missing);
+    sim::Bytes before(wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(place));
     std::generate_n(std::back_inserter(before), up_to(strays), random_);
 
     TAVUResetLoss();
     input_ = {};
     received_.clear();
-    receive(before, is_paused);
+    receive(before);
+    if (is_paused) {
+        take(input_, {}, true, received_);
+    }
     if (is_discarded) {
         tavu::input_drop(input_);
     }
-    receive(sim::ByteView(sent.wire).subspan(resume), true);
+    receive(sim::ByteView(wire).subspan(resume));
+    take(input_, {}, true, received_);
 
-    std::size_t discarded = 0, lost = 0, next = 0;
-    for (std::size_t i = 0; i < sent.reports.size(); ++i) {
-        if (next < received_.size() && received_[next] == sent.reports[i]) {
-            ++next;
-        } else {
-            (is_discarded && sent.starts[i] < resume ? discarded : lost) += 1;
-        }
+    std::size_t next = 0;
+    for (const sim::Bytes& report : sent) {
+        next += next < received_.size() && received_[next] == report ? 1 : 0;
     }
     ASSERT_EQ(next, received_.size()) << "invented " << text_of(received_[next]);
-    EXPECT_LE(lost, lost_most);
-    EXPECT_EQ(losses().empty(), lost + discarded == 0 && before.size() == place);
+    EXPECT_GE(received_.size() + lost_most, sent.size());
+    EXPECT_EQ(losses().empty(), received_.size() == sent.size() && before.size() == place);
 }
 
 TEST_P(Disturbed, StreamLosesTwoReportsAtMostInventsNoneAndCountsTheLoss) {
@@ -140,7 +138,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Disturbance{.name = "StrayBytes", .strays = 100},
                     Disturbance{.name = "Cut", .is_cut = true},
                     Disturbance{.name = "CutAndPause", .is_cut = true, .is_paused = true},
-                    Disturbance{.name = "Discard", .missing = 100, .is_discarded = true},
+                    Disturbance{
+                        .name = "Discard", .missing = 16, .is_discarded = true, .lost_most = 4},
                     Disturbance{.name = "Pause", .is_paused = true, .lost_most = 0},
                     Disturbance{.name = "Nothing", .lost_most = 0}),
     [](const auto& row) { return std::string(row.param.name); });
@@ -166,8 +165,10 @@ struct ReportInput : testing::Test {
 
     // The reports that bytes give, as one text.
     std::string gives(const std::string& bytes, bool is_silent = true) {
+        Reports reports;
+        take(input_, hex(bytes), is_silent, reports, dialect_);
         std::string text;
-        for (const sim::Bytes& report : taken(input_, hex(bytes), is_silent, dialect_)) {
+        for (const sim::Bytes& report : reports) {
             text += text_of(report) + " ";
         }
         return text;
@@ -204,31 +205,23 @@ TEST_F(ReportInput, UnknownHeaderCostsItsBytesOnly) {
 }
 
 TEST_F(ReportInput, HeaderHas2MsAndABodyOrAClassicReport20) {
-    struct Row {
-        tavu::Dialect dialect;
-        const char* part;
-        milliseconds gap;
-    };
-    for (const auto& [dialect, part, gap] : {Row{tavu::kEveryReport, "E1 81", milliseconds(2)},
-                                             Row{tavu::kEveryReport, "E1 81 00", milliseconds(20)},
-                                             Row{tavu::kClassicReports, "E1", milliseconds(20)}}) {
+    const auto expect_gap = [&](const tavu::Dialect& dialect, const char* part, milliseconds gap) {
         input_ = {};
-        gives(part, false);
-        EXPECT_EQ(tavu::input_step(input_, dialect, false).gap, gap) << part;
-        tavu::input_step(input_, dialect, true);
-        EXPECT_EQ(tavu::input_step(input_, dialect, false).gap, gap) << part << " given up once";
-    }
+        dialect_ = dialect;
+        for (const char* const bytes : {part, ""}) {  // the second time it was given up before
+            gives(bytes, false);
+            EXPECT_EQ(tavu::input_step(input_, dialect, false).gap, gap) << part;
+            tavu::input_step(input_, dialect, true);
+        }
+    };
+    expect_gap(tavu::kEveryReport, "E1 81", milliseconds(2));
+    expect_gap(tavu::kEveryReport, "E1 81 00", milliseconds(20));
+    expect_gap(tavu::kClassicReports, "E1", milliseconds(20));
 }
 
 TEST_F(ReportInput, SingleReportOutOfStepIsTakenWhateverItsSum) {
     expect_whole(kSummed);
     EXPECT_EQ(gives(kUnknown + "55 " + kEnded), kEnded);
-}
-
-TEST_F(ReportInput, ReportDirectlyBehindAPartIsTakenWhateverItsSum) {
-    expect_whole(kEnded + kEnded);
-    EXPECT_EQ(gives("E1 81 00"), "");
-    EXPECT_EQ(gives(kEnded + kEnded + "E1"), kEnded + kEnded);
 }
 
 TEST_F(ReportInput, NoneIsLostInStepHoweverReportsClose) {
@@ -238,9 +231,22 @@ TEST_F(ReportInput, NoneIsLostInStepHoweverReportsClose) {
     expect_whole(kEnded + kOtherwise + kOtherwise);
 }
 
+TEST_F(ReportInput, PortThatHasShownNoReportYetIsSearchedForTheEndOfALine) {
+    EXPECT_EQ(gives(kUnknown + "00 E1 81 " + kEnded), kEnded);
+    input_ = {};
+    EXPECT_EQ(gives(kUnknown + kOtherwise + kOtherwise), kOtherwise + kOtherwise);
+}
+
+TEST_F(ReportInput, BufferThatIsNeverEmptyMakesRoom) {
+    EXPECT_EQ(gives(kEnded.substr(0, 21), false), "");
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(gives(kEnded.substr(21) + kEnded.substr(0, 21), false), kEnded) << i;
+    }
+}
+
 TEST_F(ReportInput, EndOfALineCountsThoughTheBufferHasBeenMovedSince) {
-    expect_whole(repeated(kEnded, 240));
-    EXPECT_EQ(gives(kUnknown + "55 0D 0A " + kEnded.substr(0, 21), false), "");
+    const std::string many = repeated(kEnded, 241);  // more than half of the buffer
+    EXPECT_EQ(gives(many + kUnknown + "55 0D 0A " + kEnded.substr(0, 21), false), many);
     EXPECT_EQ(gives(kEnded.substr(21) + "E1"), kEnded);
 }
 
@@ -254,12 +260,6 @@ TEST_F(ReportInput, WhatNoModuleCanHaveSentIsNotFound) {
     expect_whole(kSummed + kSummed);
     const std::string channel_3 = "E1 83 00 00 01 23 11 22 33 44 55 66 77 88 EC 0D 0A ";
     EXPECT_EQ(gives(kUnknown + "55 0D 0A " + channel_3 + kSummed + "E1"), kSummed);
-}
-
-TEST_F(ReportInput, AnswerMayComeFirstBehindADiscardAndClassicFramesHaveAnyDlc) {
-    expect_whole(kSummed + kSummed);
-    tavu::input_drop(input_);
-    expect_whole(kAnswer + "E1 F1 00 00 01 26 11 22 33 44 55 66 77 88 00 0D 0A " + kSummed);
 }
 
 TEST_F(ReportInput, WholeReportsDoNotWaitForTheRestOfAPartBeforeThem) {
