@@ -16,7 +16,7 @@ constexpr const char* kVcom = "4D 4D 0D 0A";
 
 TEST(Connection, OpenProvesTheModuleStopsItsChannelsAndPairsFirmwareDigitFiveOnly) {
     const Texts steps = {kStatus, kStatus, kStop, "35 35 0D 0A", "36 36 0D 0A", kVcom};
-    for (const unsigned char firmware : {'\x54', '\x15', '\x06'}) {
+    for (const std::uint8_t firmware : std::array<std::uint8_t, 3>{0x54, 0x15, 0x06}) {
         Module module(kPort, {.firmware = {firmware, 0x05}});
         const int pairing_steps = firmware == 0x15 ? 1 : 0;
         module.expect(TAVU_SUCCESS, Texts(steps.begin(), steps.begin() + 5 + pairing_steps), [&] {

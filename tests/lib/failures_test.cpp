@@ -142,14 +142,14 @@ auto fails(const sim::CallFault& fault) {
 struct Failure : testing::TestWithParam<Fault> {};
 
 TEST_P(Failure, GivesTheRightResultAndHarmsNoLaterCall) {
-    const auto& [name, strike, exchange_result, write_result] = GetParam();
+    const Fault& fault = GetParam();
     OpenModule module;
     for (const PublicCall& call : calls) {
         SCOPED_TRACE(call.command);
-        const int expected = call.is_answered ? exchange_result : write_result;
+        const int expected = call.is_answered ? fault.exchange_result : fault.write_result;
         expect_at_last(expected, [&] {
             module.forget_commands();
-            strike(module, hex(call.command)[0]);
+            fault.strike(module, hex(call.command)[0]);
             const int result = call.call(kPort);
             sim::shim_fail_none();
             return result;
@@ -161,7 +161,7 @@ TEST_P(Failure, GivesTheRightResultAndHarmsNoLaterCall) {
             EXPECT_EQ(sent.back(), call.command);
         }
     }
-    expect_at_last(name == std::string("HangUp") ? TAVU_FAILURE : TAVU_SUCCESS,
+    expect_at_last(fault.name == std::string("HangUp") ? TAVU_FAILURE : TAVU_SUCCESS,
                    [] { return TAVUResetCAN(kPort); });
     EXPECT_EQ(sim::shim_open_descriptors(), 1);
 }

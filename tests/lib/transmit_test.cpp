@@ -70,7 +70,7 @@ TEST(Transmit, CommandsGoOutByteForByte) {
 TEST(Transmit, EachChannelWaitsItsOwnDelayAndLeavesTheTimerSlackAlone) {
     const OpenModule module;
     const int slack_ns = prctl(PR_GET_TIMERSLACK);
-    for (const std::size_t channel : {0, 1}) {
+    for (const std::size_t channel : {0U, 1U}) {
         tavu::send_delay[channel] = 3000;
         tavu::send_delay[1 - channel] = 60'000'000;
         const auto start = Clock::now();
