@@ -210,7 +210,8 @@ TEST_F(Receive, EnabledRangeTablesPassFramesOfTheirRangesOnly) {
         EXPECT_FALSE(passes(head)) << head;
     }
     send(kBusStatus);
-    EXPECT_NE(received(), "") << "no frame";
+    info_ = {};
+    EXPECT_EQ(TAVUReceive_CANFD(kPort, &info_), TAVU_REPORT) << "not a frame";
     EXPECT_EQ(losses(), "") << "what a table removes is not lost";
     EXPECT_EQ(TAVUInitRangeFilter(kPort, 1, 3), TAVU_SUCCESS);
     EXPECT_TRUE(passes("81 00 00 02 00") && passes("82 00 00 02 00")) << "disabled and cleared";

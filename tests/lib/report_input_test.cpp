@@ -89,7 +89,7 @@ struct Disturbed : testing::TestWithParam<Disturbance> {
 
     // Where bytes were inserted or lost, a wrong report passes for a right one if its 8-bit sum fits
     // by chance, about once in 50,000 disturbances; not in this sequence.
-    std::mt19937 random_{2};
+    std::mt19937 random_{9};
     tavu::ReportInput input_;
     Reports received_;
 };
@@ -126,7 +126,7 @@ void Disturbed::one_stream(std::size_t kind) {
 }
 
 TEST_P(Disturbed, StreamLosesTwoReportsAtMostInventsNoneAndCountsTheLoss) {
-    for (std::size_t i = 0; i < 3500 && !HasFailure(); ++i) {
+    for (std::size_t i = 0; i < 6000 && !HasFailure(); ++i) {
         SCOPED_TRACE(i);
         one_stream(i % 7);
     }
@@ -232,7 +232,7 @@ TEST_F(ReportInput, NoneIsLostInStepHoweverReportsClose) {
 }
 
 TEST_F(ReportInput, PortThatHasShownNoReportYetIsSearchedForTheEndOfALine) {
-    EXPECT_EQ(gives(kUnknown + "00 E1 81 " + kEnded), kEnded);
+    EXPECT_EQ(gives(kUnknown + "00 E1 " + kEnded), kEnded);
     input_ = {};
     EXPECT_EQ(gives(kUnknown + kOtherwise + kOtherwise), kOtherwise + kOtherwise);
 }
@@ -259,7 +259,8 @@ TEST_F(ReportInput, OutOfStepTheEndOfALineBeforeAReportIsBetterThanNone) {
 TEST_F(ReportInput, WhatNoModuleCanHaveSentIsNotFound) {
     expect_whole(kSummed + kSummed);
     const std::string channel_3 = "E1 83 00 00 01 23 11 22 33 44 55 66 77 88 EC 0D 0A ";
-    EXPECT_EQ(gives(kUnknown + "55 0D 0A " + channel_3 + kSummed + "E1"), kSummed);
+    const std::string id_800 = "E1 81 00 00 08 00 11 22 33 44 55 66 77 88 CE 0D 0A ";
+    EXPECT_EQ(gives(kUnknown + "55 0D 0A " + channel_3 + id_800 + kSummed + "E1"), kSummed);
 }
 
 TEST_F(ReportInput, WholeReportsDoNotWaitForTheRestOfAPartBeforeThem) {
