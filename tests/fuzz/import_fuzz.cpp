@@ -6,10 +6,6 @@
 #include "tests/fuzz/wire.h"
 
 #include <sys/mman.h>
-#include <unistd.h>
-
-#include <array>
-#include <stdio.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const int port = fuzz::open_port();
