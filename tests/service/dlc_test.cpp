@@ -5,10 +5,9 @@
 
 TEST(Dlc, ByteCountGetsTheShortestFrameThatHoldsItAndCodesAbove15CountAs15) {
     constexpr int kLengths[]{0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
-    for (int value = 0; value <= 255; ++value) {
-        const auto byte = static_cast<unsigned char>(value);
-        const auto* const shortest = std::ranges::lower_bound(kLengths, std::min(value, 64));
-        EXPECT_EQ(CANFD_EncodeDLC(byte), shortest - kLengths);
-        EXPECT_EQ(CANFD_DecodeDLC(byte), kLengths[std::min(value, 15)]);
+    for (unsigned char value = 0; value < 255; ++value) {
+        const auto* const shortest = std::ranges::lower_bound(kLengths, std::min<int>(value, 64));
+        EXPECT_EQ(CANFD_EncodeDLC(value), shortest - kLengths);
+        EXPECT_EQ(CANFD_DecodeDLC(value), kLengths[std::min<int>(value, 15)]);
     }
 }

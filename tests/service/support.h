@@ -8,8 +8,9 @@
 
 #include "sim/station.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <filesystem>
 #include <thread>

@@ -22,22 +22,14 @@ CAN_FRAME_INFO numbered_frame(unsigned number) {
     return frame;
 }
 
-TEST(Queues, RingsHoldOneRecordLessOnceOneWasTaken) {
-    traffic_loss_reset();
+TEST(Queues, RingHoldsAHundredThousandRecordsAndCountsWhatItLoses) {
     for (const auto& [push, pop, lost] : {kSendRing, kRecvRing}) {
-        push({});
-        taken(pop);
         queues_reset();
-        for (const unsigned room : {100000U, 0U, 1U}) {
-            unsigned pushed = 0;
-            while (push({})) {
-                ++pushed;
-            }
-            EXPECT_EQ(pushed, room);
-            UPBS_INFO record;
-            EXPECT_TRUE(pop(&record));
+        traffic_loss_reset();
+        while (push({})) {
         }
-        EXPECT_EQ(traffic_loss().*lost, 3U);
+        EXPECT_EQ(traffic_loss().*lost, 1U);
+        EXPECT_EQ(taken(pop).size(), 100'000U);
     }
 }
 
@@ -74,7 +66,6 @@ TEST(Queues, SentFrameShowsTheTimeNowAReceivedOneItsOwn) {
     UPBS_INFO record{};
     const auto second_now = [&record] {
         EXPECT_TRUE(send_queue_push({}) && send_queue_pop(&record));
-        EXPECT_THAT(record.now_time, testing::MatchesRegex("..:..:..:[0-9][0-9][0-9]"));
         return std::string(record.now_time, sizeof "hh:mm:ss" - 1);
     };
     EXPECT_TRUE(wait_for([&, earlier = second_now()] { return second_now() != earlier; }));
