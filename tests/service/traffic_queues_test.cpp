@@ -35,7 +35,7 @@ TEST(Queues, RingHoldsAHundredThousandRecordsAndCountsWhatItLoses) {
 
 // A worker pushes faster than the main thread takes; the rings wrap.
 TEST(Queues, RecordsCrossThreadsWholeAndInOrderOrAreCountedAsLost) {
-    constexpr unsigned kRecords = 500'000;
+    constexpr unsigned kRecords = 2'000'000;
     for (const auto& [push, pop, lost] : {kSendRing, kRecvRing, kMailbox}) {
         queues_reset();
         traffic_loss_reset();
