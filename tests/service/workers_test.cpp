@@ -33,7 +33,7 @@ TEST_F(Workers, BurstSendsAndShowsExactlyItsFramesAtItsPace) {
         const auto begun = Clock::now();
         procSend(kPort, burst);
         ASSERT_TRUE(workers_become(0));
-        EXPECT_GE(Clock::now() - begun, ids.size() * burst.itvl * 1us);
+        EXPECT_GE(Clock::now() - begun, ids.size() * (burst.itvl * 1us));
         EXPECT_EQ(frames_on_wire(), std::ssize(ids));
         EXPECT_EQ(taken(send_queue_pop), ids);
     }
