@@ -1,4 +1,4 @@
-// bench/frame_log_bench.cpp - benchmark: the frame log beside nine cell writes a row, one row a record.
+// bench/frame_log_bench.cpp - benchmark: the frame log beside one cell write a column, one row a record.
 // It also says where the processor time of the main thread goes at several loads. Runs in the folder
 // of the interface files, on an X display (tools/with_display will do).
 // Thread: main thread, and one that plays the receive worker.

@@ -20,7 +20,8 @@ using sim::Fault;
 using sim::Station;
 
 // Bytes of hexadecimal pairs, up to a remark in parentheses. A period stands for the closing bytes:
-// the sum of all bytes since the last period, CR, LF.
+// the sum of all bytes since the last period, CR, LF; so bytes closed by hand stand on a line of
+// their own.
 Bytes hex(const std::string& text) {
     Bytes bytes;
     std::istringstream in(text);
