@@ -8,36 +8,34 @@
 
 using SendPanel = UiTest;
 
-// CAN FD is on for CAN 1 only. Shown are FDF, BRS, RTR, the length, and bytes 2 and 3.
+// CAN FD is on for CAN 1 only. Shown are FDF, BRS, RTR, the length, and byte 3.
 TEST_F(SendPanel, FlagsLengthsAndBytesFollowEachOther) {
     upui_info.device_type = 1;
     upui_info.cfg_info_canfd.fdf_en[CAN_1] = 1;
     const auto& [channel, length] = ss_info.cbbox;
     const auto& [eid, rtr, iid, fdf, brs] = ss_info.chk;
-    const auto& [id, d0, d1, d2, d3, d4, d5, d6, d7] = ss_info.ety_d;
-    const Widgets panel{fdf, brs, rtr, length, d2, d3};
-    use(d2, "2");
-    use(d3, "3");
-    EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 2 | 3");
-    EXPECT_EQ(after(channel, "CAN 1", panel), "off | (off) | off | 8 | 2 | 3");
-    EXPECT_EQ(after(length, "3", panel), "off | (off) | off | 3 | 2 | hidden");
-    EXPECT_EQ(after(fdf, "on", panel), "on | off | (off) | 8 | 2 | 3");
-    EXPECT_EQ(after(brs, "on", panel), "on | on | (off) | 8 | 2 | 3");
-    EXPECT_EQ(after(length, "64", panel), "on | on | (off) | 64 | 2 | 3");
-    EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 2 | 3");
-    EXPECT_EQ(after(rtr, "on", panel), "(off) | (off) | on | 8 | 2 | 3");
-    EXPECT_EQ(after(channel, "CAN 1", panel), "(off) | (off) | on | 8 | 2 | 3");
-    EXPECT_EQ(after(rtr, "off", panel), "off | (off) | off | 8 | 2 | 3");
-    EXPECT_EQ(after(rtr, "on", panel), "(off) | (off) | on | 8 | 2 | 3");
-    EXPECT_EQ(after(fdf, "on", panel), "on | off | (off) | 8 | 2 | 3");
+    GtkWidget* byte = ss_info.ety_d[SS_ETY_D_B0 + 3];
+    const Widgets panel{fdf, brs, rtr, length, byte};
+    use(byte, "3");
+    EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 3");
+    EXPECT_EQ(after(channel, "CAN 1", panel), "off | (off) | off | 8 | 3");
+    EXPECT_EQ(after(length, "3", panel), "off | (off) | off | 3 | hidden");
+    EXPECT_EQ(after(fdf, "on", panel), "on | off | (off) | 8 | 3");
+    use(brs, "on");
+    EXPECT_EQ(after(length, "64", panel), "on | on | (off) | 64 | 3");
+    EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 3");
+    use(channel, "CAN 1");
+    EXPECT_EQ(after(rtr, "on", panel), "(off) | (off) | on | 8 | 3");
+    EXPECT_EQ(after(rtr, "off", panel), "off | (off) | off | 8 | 3");
     upui_info.device_type = 0;
-    EXPECT_EQ(after(channel, "none", panel), "(off) | (off) | off | 8 | 2 | 3");
-    EXPECT_EQ(after(channel, "CAN 1", panel), "(off) | (off) | off | 8 | 2 | 3");
+    use(channel, "CAN 2");
+    EXPECT_EQ(after(channel, "CAN 1", panel), "(off) | (off) | off | 8 | 3");
 }
 
 TEST_F(SendPanel, BurstGoesOutAsComposedWithItsIntervalUntilStop) {
     constexpr gint64 kInterval_us = 99'999;
     ASSERT_TRUE(connected());
+    station().forget_commands();
     const auto& [eid, rtr, iid, fdf, brs] = ss_info.chk;
     const auto& [count, interval, times] = ss_info.ety_u;
     for (GtkWidget* box : {eid, iid, fdf, brs}) {
@@ -55,28 +53,28 @@ TEST_F(SendPanel, BurstGoesOutAsComposedWithItsIntervalUntilStop) {
     use(times, "2");
     const gint64 start_us = g_get_monotonic_time();
     use(ss_info.btn_send);
-    ASSERT_TRUE(run_until([] { return sent(0xF0).size() == 4; }));
+    ASSERT_TRUE(run_until([] { return station().commands().size() == 4; }));
     EXPECT_GE(g_get_monotonic_time() - start_us, 3 * kInterval_us);
-    const Bytes first{0xF0, 0x95, 0x05, 0x1A, 0xBC, 0xDE, 0xF0, 0x00, 0x01, 0x2C,
-                      0x03, 0x04, 0x05, 0x06, 0xFF, 0x48, 0x49, 0x4A, 0x4B};
+    const Bytes first{0xF0, 0x95, 0x05, 0x1A, 0xBC, 0xDE, 0xF0, 0x00, 0x01, 0x2C, 0x03,
+                      0x04, 0x05, 0x06, 0xFF, 0x48, 0x49, 0x4A, 0x4B, 0x92, 0x0D, 0x0A};
     Bytes next = first;
     next[6] = 0xF1;
-    EXPECT_EQ(sent(0xF0), (std::vector{first, next, first, next}));
+    next[19] = 0x93;
+    EXPECT_EQ(station().commands(), (std::vector{first, next, first, next}));
 
     use(eid, "off");
-    EXPECT_EQ(shown({ss_info.ety_d[SS_ETY_D_ID]}), "1ab");
     use(ss_info.cbbox[SS_CBBOX_CAN], "CAN 2");
     use(rtr, "on");
     use(count, "99999");
+    station().forget_commands();
     use(ss_info.btn_send);
-    ASSERT_TRUE(run_until([] { return !sent(0xE0).empty(); }));
-    EXPECT_EQ(sent(0xE0)[0], (Bytes{0xE0, 0x8A, 0, 0, 0x01, 0xAB, 0, 1, 0x2C, 3, 4, 5, 6, 0xFF}));
+    ASSERT_TRUE(run_until([] { return !station().commands().empty(); }));
+    EXPECT_EQ(station().commands()[0], (Bytes{0xE0, 0x8A, 0, 0, 0x01, 0xAB, 0, 1, 0x2C, 3, 4, 5, 6,
+                                              0xFF, 0x54, 0x0D, 0x0A}));
     use(ss_info.btn_stop);  // returns once the worker has ended
-    const Widgets label{bs_info.label_content[BS_LABEL_SEND2_C]};
-    ASSERT_TRUE(run_until([] { return send_queue_empty(); }));
-    const std::string at_stop = shown(label);
+    ASSERT_TRUE(run_until(send_queue_empty));
+    const Lines at_stop = rows_of(bs_info.tree);
     const gint64 later_us = g_get_monotonic_time() + 2 * kInterval_us;
     ASSERT_TRUE(run_until([=] { return g_get_monotonic_time() > later_us; }));
-    EXPECT_EQ(shown({bs_info.label_content[BS_LABEL_SEND1_C]}), "4");  // of the first burst
-    EXPECT_EQ(shown(label), at_stop);
+    EXPECT_EQ(rows_of(bs_info.tree), at_stop);
 }
