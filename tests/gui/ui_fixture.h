@@ -10,72 +10,50 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "tools/ui_script/widgets.h"
 
 using Lines = std::vector<std::string>;
 using Widgets = std::vector<GtkWidget*>;
 using sim::Bytes;
 
-inline std::string owned(gchar* text) {
-    const GText owner(text);
-    return text != nullptr ? text : "";
-}
-
-// The rows of a combo or view: their first cells, parted by "|".
-inline Lines rows_of(GtkWidget* combo_or_view, int columns = 1) {
-    GtkTreeModel* model = nullptr;
-    g_object_get(combo_or_view, "model", &model, nullptr);
-    const GObjectRef<GtkTreeModel> owner(model);
-    Lines lines;
-    GtkTreeIter row;
-    while (model != nullptr &&
-           gtk_tree_model_iter_nth_child(model, &row, nullptr, static_cast<gint>(lines.size()))) {
-        lines.emplace_back();
-        for (int column = 0; column < columns; ++column) {
-            gchar* text = nullptr;
-            gtk_tree_model_get(model, &row, column, &text, -1);
-            lines.back() += (column > 0 ? "|" : "") + owned(text);
+// The rows of a view: their first cells, parted by "|".
+inline Lines rows_of(GtkWidget* view, int columns = 1) {
+    Lines rows;
+    for (int row = 0; auto text = ui_script::cell_text(GTK_TREE_VIEW(view), row, 0); ++row) {
+        for (int column = 1; column < columns; ++column) {
+            *text += '|' + ui_script::cell_text(GTK_TREE_VIEW(view), row, column).value_or("none");
         }
+        rows.push_back(*text);
     }
-    return lines;
+    return rows;
 }
 
 inline Lines log_lines() {
     return rows_of(sl_info.tree);
 }
 
-// What the widgets show, parted by " | ": the text of a label, button, entry or combo, "on" or "off"
-// of a check box, "hidden", else their id; in parentheses when insensitive.
+// What the widgets show, parted by " | ": "hidden", their text, or "panel" if they have none; in
+// parentheses when insensitive.
 inline std::string shown(const Widgets& widgets) {
     std::string texts;
     for (GtkWidget* widget : widgets) {
-        gchar* text = nullptr;
-        if (GTK_IS_COMBO_BOX(widget)) {
-            text = gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(widget));
-        } else if (GTK_IS_CHECK_BUTTON(widget)) {
-            text = g_strdup(is_checked(widget) ? "on" : "off");
-        } else if (GTK_IS_CONTAINER(widget) && !GTK_IS_BUTTON(widget)) {
-            text = g_strdup(gtk_buildable_get_name(GTK_BUILDABLE(widget)));
-        } else {
-            g_object_get(widget, GTK_IS_ENTRY(widget) ? "text" : "label", &text, nullptr);
-        }
-        const std::string content = gtk_widget_get_visible(widget) ? owned(text) : "hidden";
+        const std::string text = ui_script::text_of(widget).value_or("panel");
+        const std::string content = gtk_widget_get_visible(widget) ? text : "hidden";
         texts += widget == widgets.front() ? "" : " | ";
         texts += gtk_widget_get_sensitive(widget) ? content : '(' + content + ')';
     }
     return texts;
 }
 
-// Does what the user would: selects the row with that text (none when the list has no such row),
-// types the text, sets a check box to "on" or "off", or clicks a button.
+// Does what the user would: selects the row with that text, types the text, sets a check box to "on"
+// or "off", or clicks a button.
 inline void use(GtkWidget* widget, const std::string& text = {}) {
     if (GTK_IS_COMBO_BOX(widget)) {
-        const Lines rows = rows_of(widget);
-        const auto row = static_cast<int>(std::find(rows.begin(), rows.end(), text) - rows.begin());
-        gtk_combo_box_set_active(GTK_COMBO_BOX(widget), row < std::ssize(rows) ? row : -1);
+        EXPECT_TRUE(ui_script::select_row(GTK_COMBO_BOX(widget), text)) << text;
     } else if (GTK_IS_ENTRY(widget)) {
         gtk_entry_set_text(GTK_ENTRY(widget), text.c_str());
     } else if (GTK_IS_CHECK_BUTTON(widget)) {
@@ -100,11 +78,10 @@ inline void when_idle(std::function<void()>* act) {
 // is generous for a busy machine.
 inline bool run_until(const std::function<bool()>& condition) {
     const gint64 limit_us = g_get_monotonic_time() + 20 * G_USEC_PER_SEC;
-    bool holds = false;
-    while (!(holds = condition()) && g_get_monotonic_time() < limit_us) {
+    while (!condition() && g_get_monotonic_time() < limit_us) {
         g_main_context_iteration(nullptr, TRUE);  // the display timer wakes it every millisecond
     }
-    return holds;
+    return condition();
 }
 
 // Does `act` until the condition holds, but five times at most: a busy machine may miss the 150 ms
@@ -134,20 +111,9 @@ inline sim::Station& station() {
     return second;
 }
 
-// Commands with that first byte which the module has received, without checksum and closing bytes.
-inline std::vector<Bytes> sent(std::uint8_t command) {
-    std::vector<Bytes> frames = station().commands();
-    std::erase_if(frames, [=](const Bytes& frame) { return frame.front() != command; });
-    for (Bytes& frame : frames) {
-        frame.resize(frame.size() - 3);
-    }
-    return frames;
-}
-
 // Starts the user interface once for the process. Every test begins with no module open, the
 // second one selected, continuous reception and an empty frame log.
-class UiTest : public ::testing::Test {
-  protected:
+struct UiTest : testing::Test {
     void SetUp() override {
         station().set_state({});
         if (windows == nullptr) {
@@ -156,7 +122,6 @@ class UiTest : public ::testing::Test {
         use(rs_info.chk, "off");
         use(bs_info.btn_clr);
         use(cd_info.cbbox, "ttyACM0");
-        station().forget_commands();
     }
     void TearDown() override {
         if (is_connect) {
