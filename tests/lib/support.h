@@ -42,13 +42,6 @@ inline std::string text_of(sim::ByteView bytes) {
     return text.str();
 }
 
-// The bytes with what closes a report behind them: their sum, CR, LF.
-inline sim::Bytes sealed(sim::Bytes bytes) {
-    bytes.push_back(static_cast<std::uint8_t>(std::accumulate(bytes.begin(), bytes.end(), 0)));
-    bytes.insert(bytes.end(), {0x0D, 0x0A});
-    return bytes;
-}
-
 // A loaded host may keep the module from answering within the 150 ms of an exchange: what takes
 // exchanges is tried for a time before it counts as failed.
 template <typename Result, typename Attempt>
@@ -69,8 +62,7 @@ inline std::string losses() {
     text << "header_short " << info.header_short << ";header_unknown " << info.header_unknown
          << ";body_incomplete " << info.body_incomplete << ";passed_over " << info.passed_over
          << ";discarded " << info.discarded << ";";
-    static const std::regex none("\\w+ 0;");
-    return std::regex_replace(text.str(), none, "");
+    return std::regex_replace(text.str(), std::regex("\\w+ 0;"), "");
 }
 
 // A simulated module that tells as text what the host sent it.
@@ -95,14 +87,11 @@ struct Module : sim::Station {
     }
 };
 
-// A module whose port is open without the exchanges that TAVUOpenDevice makes. The test ends with
-// an exception if it cannot be opened.
+// A module whose port is open without the exchanges that TAVUOpenDevice makes.
 struct OpenModule : Module {
     explicit OpenModule(int com_port = kPort, const sim::ModuleState& state = {})
         : Module(com_port, state), node(tavu::port_open(com_port)) {
-        if (node == nullptr) {
-            throw std::runtime_error("port does not open");
-        }
+        EXPECT_NE(node, nullptr);
         tavu::send_delay[0] = tavu::send_delay[1] = 100;
     }
     ~OpenModule() { tavu::port_drop(node); }
