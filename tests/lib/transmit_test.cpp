@@ -71,9 +71,10 @@ TEST(Transmit, EachChannelWaitsItsOwnDelay) {
 
 TEST(Transmit, CommandsOfTwoWritersDoNotMixOnAFullPort) {
     OpenModule module;
+    tavu::send_delay[0] = 0;
     sim::shim_fail({.call = sim::Call::write, .times = 100'000, .limit = 3});
     const auto write_often = [](int (*call)(int)) {
-        for (int i = 0; i < 100; ++i) {
+        for (int i = 0; i < 2000; ++i) {
             EXPECT_EQ(call(kPort), TAVU_SUCCESS);
         }
     };
@@ -81,9 +82,9 @@ TEST(Transmit, CommandsOfTwoWritersDoNotMixOnAFullPort) {
     write_often(TAVUGetBusError);
     sender.join();
     sim::shim_fail_none();
-    const Texts sent = module.sent(200);
-    EXPECT_EQ(std::ranges::count(sent, kCommand), 100);
-    EXPECT_EQ(std::ranges::count(sent, kQuery), 100);
+    const Texts sent = module.sent(4000);
+    EXPECT_EQ(std::ranges::count(sent, kCommand), 2000);
+    EXPECT_EQ(std::ranges::count(sent, kQuery), 2000);
 }
 
 TEST(Transmit, RestOfACutCommandGoesOutBeforeAnythingElse) {
