@@ -56,8 +56,7 @@ constexpr WidgetField kFields[] = {
     {"CAN_data_treeview", &bs_info.tree},
     {"bs_scroll_window", &bs_info.swin},
 };
-static_assert(fills_all_but<BS_INFO>(BS_LABEL_CNT_T, kFields),
-              "every field has one row in the table");
+static_assert(fills_all_but<BS_INFO>(BS_LABEL_CNT_T, kFields));
 
 constexpr WidgetField kReceiveFields[] = {
     {"r_Recv_grid", &rs_info.frame},
@@ -67,7 +66,7 @@ constexpr WidgetField kReceiveFields[] = {
     {"r_Count_entry", &rs_info.ety[RS_ETY_LAB_DATA_CNT]},
     {"r_NonBlock_checkbox", &rs_info.chk},
 };
-static_assert(fills_all_but<RS_INFO>(0, kReceiveFields), "every field has one row in the table");
+static_assert(fills_all_but<RS_INFO>(0, kReceiveFields));
 
 constexpr const char* kTitles[BS_LABEL_CNT_T] = {
     "Error Type:", "CAN 1: ", "CAN 2: ", "EEPROM: ", "Send = ", "Recv = "};

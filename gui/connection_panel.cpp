@@ -34,8 +34,7 @@ constexpr WidgetField kFields[] = {
     {"Device_info_vbox", &cd_info.info_vbox},
 };
 constexpr std::size_t kListEnds = 3;  // first, now and pre
-static_assert(fills_all_but<CD_INFO>(CD_LABEL_CNT + kListEnds, kFields),
-              "every field has one row in the table");
+static_assert(fills_all_but<CD_INFO>(CD_LABEL_CNT + kListEnds, kFields));
 
 // The library's ports in their order, as runs of one device name with a number behind it.
 struct PortRun {

@@ -26,7 +26,7 @@ constexpr WidgetField kFields[] = {
     {"ed_clear_btn", &ed_info.clear_btn},
     {"ed_auto_fill_btn", &ed_info.fill_btn},
 };
-static_assert(fills_all_but<ED_INFO>(kPayloadMax, kFields), "every field has one row in the table");
+static_assert(fills_all_but<ED_INFO>(kPayloadMax, kFields));
 
 void set_byte(GtkWidget* entry, unsigned char byte) {
     char text[3];

@@ -56,8 +56,7 @@ constexpr WidgetField kFields[] = {
     {"s_EditData_btn", &ss_info.btn_can_data},
 };
 constexpr std::size_t kUnusedLabels = SS_ETY_LAB_U_CNT - 1 + SS_LAB_D_CNT;
-static_assert(fills_all_but<SS_INFO>(kSendPanelBytes + kUnusedLabels, kFields),
-              "every field has one row in the table");
+static_assert(fills_all_but<SS_INFO>(kSendPanelBytes + kUnusedLabels, kFields));
 
 int selected_row(int cbbox) {
     return gtk_combo_box_get_active(GTK_COMBO_BOX(ss_info.cbbox[cbbox]));

@@ -285,8 +285,7 @@ constexpr auto channel_fields(CAN_INFO& can) {
     });
 }
 constexpr std::size_t kUnusedBoxes = 1;
-static_assert(fills_all_but<CAN_INFO>(kUnusedBoxes, channel_fields(cs_info.can[CAN_1])),
-              "every field has one row in the table");
+static_assert(fills_all_but<CAN_INFO>(kUnusedBoxes, channel_fields(cs_info.can[CAN_1])));
 
 void lookup_channel(int channel) {
     for (const auto& [id, field] : channel_fields(cs_info.can[channel])) {
@@ -308,8 +307,7 @@ constexpr WidgetField kGridFields[] = {
     {"CS2_gird", &cs_info.grid_container[CS2_WIDGETS]},
 };
 constexpr std::size_t kChannelFields = CAN_CNT * kFieldCnt<CAN_INFO>;
-static_assert(fills_all_but<CS_INFO>(std::size(kGridFields) + kChannelFields, kMainFields),
-              "every field has one row in the table");
+static_assert(fills_all_but<CS_INFO>(std::size(kGridFields) + kChannelFields, kMainFields));
 
 void fill_lists(const CAN_INFO& can) {
     append_rows(can.cbbox[CS_CBBOX_BAUD], baud_for_20B_str);

@@ -131,12 +131,17 @@ TEST_F(Session, ClosingTheWindowWhileConnectedLeavesTheModuleStoppedAndTheLinesL
     }
 }
 
-TEST_F(Session, AMissingInterfaceFileEndsTheProgram) {
-    const char* name = "/MainWindow.glade";
-    std::filesystem::copy_file(ui_folder + name, folder + name);
-    ui_folder = folder;
-    run("", "--port ttyACM0", 1);
-    EXPECT_THAT(output, HasSubstr("CS_UI.glade"));
+TEST_F(Session, AMissingInterfaceFileEndsTheProgramAndAMissingIconDoesNot) {
+    for (const char* name : {"/MainWindow.glade", "/ED_UI.glade", "/CS_UI.glade"}) {
+        std::filesystem::copy_file(UI_FOLDER + std::string(name), folder + name);
+        ui_folder = folder;
+        if (name == std::string("/ED_UI.glade")) {
+            run("", "--port ttyACM0", 1);
+            EXPECT_THAT(output, HasSubstr("CS_UI.glade"));
+        }
+    }
+    run("wait-window main_window 30\nclose\n");
+    EXPECT_THAT(output, HasSubstr("Get icon from ./icon/CANbus.ico failed !\n"));
 }
 
 }  // namespace

@@ -89,3 +89,28 @@ TEST_F(BusStatus, BoxRestartsReceptionInTheChosenMode) {
         EXPECT_TRUE(run_until([] { return station().receive_frame({}) && logged().size() > 1; }));
     }
 }
+
+// After a tick that takes longer than its period the next one is due at once.
+TEST_F(BusStatus, LongTickIsFollowedByARedrawBeforeTheNextOne) {
+    static int redraws = 0;
+    const guint redraw = g_idle_add_full(
+        GDK_PRIORITY_REDRAW + 2, [](gpointer) -> int { return ++redraws, G_SOURCE_CONTINUE; },
+        nullptr, nullptr);
+    is_done_non_block = true;  // or nothing would be shown in batches
+    for (const char* batches : {"off", "on"}) {
+        use(rs_info.chk, batches);
+        int redraws_between = 0;
+        for (int tries = 0; tries < 50 && redraws_between == 0; ++tries) {  // for a busy machine
+            use(bs_info.btn_clr);  // so that all thousand rows are built
+            queue(600, 400);
+            ASSERT_TRUE(run_until(send_queue_empty));
+            redraws = 0;
+            queue(1, 0);
+            ASSERT_TRUE(run_until(send_queue_empty));
+            redraws_between = redraws;
+        }
+        EXPECT_GT(redraws_between, 0) << batches;
+    }
+    is_done_non_block = false;
+    g_source_remove(redraw);
+}

@@ -21,9 +21,12 @@ TEST_F(ConnectionPanel, SecondModuleIsConnectedStartedStoppedAndDisconnected) {
     EXPECT_EQ(shown({cd_info.cbbox, firmware, api, model}),
               "(ttyACM0) | FW: 03.10 | Lib: " TAVU_LIB_VERSION " | Model: 1234");
     use(bs_info.cbbox, "Bus Error");
+    GtkWidget* fdf = ss_info.chk[SS_CHK_FDF];
+    gtk_widget_set_sensitive(fdf, TRUE);  // though the channels run CAN 2.0B
     const char* started = "Disconnect | Stop CAN | CAN: Active |   000000 | (Bus Error)";
     EXPECT_EQ(after(cd_info.btn_start, "", state), started);
     EXPECT_EQ(shown(panels), "(panel) | (panel) | panel | panel | panel");
+    EXPECT_EQ(shown({fdf}), "(off)");
     EXPECT_EQ(after(cd_info.btn_start, "", state),
               "Disconnect | Start CAN | CAN: Inactive |   N/A    | Bus Error");
     EXPECT_EQ(shown(panels), "panel | panel | (panel) | (panel) | panel");

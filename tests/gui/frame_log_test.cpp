@@ -43,6 +43,12 @@ TEST_F(FrameLog, CellsShowTheFrame) {
     }
 }
 
+TEST_F(FrameLog, ColumnsFitTheWindow) {
+    GtkAdjustment* across = gtk_scrolled_window_get_hadjustment(GTK_SCROLLED_WINDOW(bs_info.swin));
+    ASSERT_TRUE(run_until([=] { return gtk_adjustment_get_page_size(across) > 100; }));
+    EXPECT_LE(gtk_adjustment_get_upper(across), gtk_adjustment_get_page_size(across));
+}
+
 TEST_F(FrameLog, RowIsAsHighAsTheEightLinesOfItsSixtyFourBytes) {
     list_insert(record_of({.dlc = 8}), true);
     list_insert(record_of({.dlc = 15, .fd = true}), true);

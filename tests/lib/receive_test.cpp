@@ -86,6 +86,38 @@ TEST_F(Receive, EachReportWritesExactlyItsFields) {
     }
 }
 
+// Any half-copied table would remove the frame, as each of the two has it in one entry only.
+TEST_F(Receive, FramesNeverMeetAHalfWrittenRangeTable) {
+    std::array<RANGE_FILTER_INFO, 2> tables{};
+    tables[0].range[0] =
+        tables[1].range[15] = {.en = 1, .id_type = TAVU_EID, .id_start = 0x7FF, .id_end = 0x7FF};
+    const std::jthread writer([&](const std::stop_token& stop) {
+        for (std::size_t i = 0; !stop.stop_requested(); ++i) {
+            TAVUSetRangeFilter(kPort, &tables[i % 2], &tables[i % 2]);
+            TAVUInitRangeFilter(kPort, 2, 2);
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        send(kFrame);
+        ASSERT_EQ(TAVUReceive_CANFD(kPort, &info_), TAVU_REPORT) << i;
+    }
+}
+
+TEST_F(Receive, TrickleOutOfStepEndsACallAllTheSame) {
+    send(kFrame + " 55 00 00 55 00 00");
+    EXPECT_EQ(received() + received() + received(), kFrameFields);
+    const std::jthread trickle([&](const std::stop_token& stop) {
+        for (int i = 0; i < 1000 && !stop.stop_requested(); ++i) {
+            module_.send_to_host(hex("55"));
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+    });
+    ASSERT_TRUE(RS232_WaitInput(module_.node->fd, kLimit));
+    const auto start = Clock::now();
+    EXPECT_EQ(received(), "");
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+}
+
 TEST_F(Receive, PartOfAReportIsWaitedForThenKeptAndSpinsNoWait) {
     send("E1 3E 00");
     const auto start = Clock::now();

@@ -151,6 +151,14 @@ const std::string kOtherwise = "E1 81 00 00 01 25 11 22 33 44 55 66 77 88 01 02 
 const std::string kAnswer = "62 02 00 00 00 00 00 0C 00 00 00 00 00 00 00 0D 0A ";
 const std::string kUnknown = "55 00 00 55 00 00 ";
 
+std::string repeated(const std::string& bytes, std::size_t times) {
+    std::string text;
+    while (text.size() < times * bytes.size()) {
+        text += bytes;
+    }
+    return text;
+}
+
 struct ReportInput : testing::Test {
     ReportInput() { TAVUResetLoss(); }
 
@@ -221,6 +229,38 @@ TEST_F(ReportInput, PortThatClosesOtherwiseThanBeforeIsTakenAsItComesAfter4096By
     EXPECT_EQ(gives(kUnknown + text_of(sim::Bytes(4100, 0x55))), "");
     EXPECT_EQ(losses(), "header_unknown 2;passed_over 4098;") << "two bytes may begin a report";
     expect_whole(kOtherwise + kOtherwise);
+}
+
+TEST_F(ReportInput, EndOfALineCountsThoughTheBufferHasBeenMovedSince) {
+    const std::string many = repeated(kEnded, 241);  // more than half of the buffer
+    EXPECT_EQ(gives(many + kUnknown + "55 0D 0A " + kEnded.substr(0, 21), false), many);
+    EXPECT_EQ(gives(kEnded.substr(21) + "E1"), kEnded);
+}
+
+TEST_F(ReportInput, OutOfStepTheEndOfALineBeforeAReportIsBetterThanNone) {
+    expect_whole(kSummed + kSummed);
+    EXPECT_EQ(gives(kUnknown + "55 " + kSummed, false), "");
+    EXPECT_EQ(gives(kSummed + "E1"), kSummed);
+}
+
+TEST_F(ReportInput, WhatNoModuleCanHaveSentIsNotFound) {
+    expect_whole(kSummed + kSummed);
+    const std::string channel_3 = "E1 83 00 00 01 23 11 22 33 44 55 66 77 88 EC 0D 0A ";
+    const std::string id_800 = "E1 81 00 00 08 00 11 22 33 44 55 66 77 88 CE 0D 0A ";
+    EXPECT_EQ(gives(kUnknown + "55 0D 0A " + channel_3 + id_800 + kSummed + "E1"), kSummed);
+}
+
+TEST_F(ReportInput, WholeReportsDoNotWaitForTheRestOfAPartBeforeThem) {
+    expect_whole(kSummed + kSummed);
+    EXPECT_EQ(gives("F1 F5 05 00"), "");
+    expect_whole(kSummed + kSummed);
+}
+
+TEST_F(ReportInput, ReportThatBeginsInsideAPartIsSeenBeforeItHasComeWhole) {
+    expect_whole(kSummed + kSummed);
+    EXPECT_EQ(gives("F1 F5 05 " + repeated("01 ", 62)), "");  // 65 of 82 bytes
+    EXPECT_EQ(gives(kSummed, false), "");
+    EXPECT_EQ(gives(kSummed), kSummed + kSummed);
 }
 
 }  // namespace

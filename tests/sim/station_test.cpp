@@ -41,11 +41,11 @@ Bytes hex(const std::string& text) {
 struct Line {
     ~Line() { close(fd); }
     // Writes, then reads until there are `count` bytes or nothing more comes for a time.
-    Bytes exchange(const Bytes& command, std::size_t count) const {
+    Bytes exchange(const Bytes& command, std::size_t count, int quiet_ms = 5000) const {
         EXPECT_EQ(write(fd, command.data(), command.size()), std::ssize(command));
         Bytes answer(count);
         std::size_t got = 0;
-        for (pollfd end{fd, POLLIN, 0}; got < count && poll(&end, 1, 5000) > 0;) {
+        for (pollfd end{fd, POLLIN, 0}; got < count && poll(&end, 1, quiet_ms) > 0;) {
             const ssize_t result = read(fd, answer.data() + got, count - got);
             got += result > 0 ? static_cast<std::size_t>(result) : 0;
         }
@@ -130,6 +130,17 @@ TEST(Station, SilentItDoesNothingRefusingItSaysNoDeafItReadsLaterAndUnpluggedItF
     station.unplug();
     station.plug();
     Line().talk("36. 60. = 36 00 12 34. 60 00 00 00.");
+}
+
+TEST(Station, AStopDropsTheReportsThatTheHostHasNotFetched) {
+    for (const char* stop : {"61 00 00.", "34."}) {
+        Station station;
+        const Line line;
+        station.send_to_host(Bytes(65'000, 0x55));
+        line.exchange(hex(stop), 0);
+        ASSERT_EQ(station.wait_commands(1, 5s).size(), 1U);
+        EXPECT_LT(line.exchange({}, 65'005, 300).size(), 65'005U) << stop;
+    }
 }
 
 TEST(Station, KeepsUpWithAFloodAndLosesNothing) {
