@@ -26,10 +26,11 @@ void check(const CAN_FRAME_INFO& frame) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const int port = fuzz::open_port();
+    const unsigned choice = size > 1 ? data[1] : 0U;  // bit 0: range filter, bit 1: batch has time
     RANGE_FILTER_INFO table{};
     table.range[0] = {.en = 1, .id_type = TAVU_SID, .id_start = 0x100, .id_end = 0x1FF};
     TAVUSetRangeFilter(port, &table, nullptr);
-    TAVUInitRangeFilter(port, size > 1 && data[1] % 2 != 0 ? 2 : 1, 1);
+    TAVUInitRangeFilter(port, (choice & 1) != 0 ? 2 : 1, 1);
     for (auto* const receive : {TAVUReceive_CANFD, TAVUReceive}) {
         fuzz::feed({data, size});
         for (std::size_t call = 0; call < size; ++call) {  // each takes a byte or there is none
@@ -40,8 +41,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     fuzz::feed({data, size});
-    std::array<CAN_FRAME_INFO, 8> frames{};
-    NON_BLOCK_INFO batch{.cnt = frames.size(), .interval = 0, .can_frame_info = frames.data()};
+    std::array<CAN_FRAME_INFO, 2> frames{};
+    NON_BLOCK_INFO batch{
+        .cnt = frames.size(), .interval = choice & 2, .can_frame_info = frames.data()};
     const int count = TAVUReceiveNonblock(port, &batch);
     fuzz::demand(within(count, 0, frames.size()), "a batch has room for its records");
     std::for_each_n(frames.begin(), count, check);
