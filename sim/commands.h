@@ -65,14 +65,25 @@ struct Outcome {
 
 inline constexpr std::size_t kLengthByDlc = 0;  // the DLC is in the second byte
 
+// What carries a command out. It has no default, so that a row without one does not compile.
+class Handler {
+  public:
+    // Takes the bytes between the code and the checksum; a refusal leaves the state as it was.
+    using Call = Outcome (*)(ModuleState& state, ByteView payload);
+    constexpr Handler(Call call) : call_(call) {}
+    Outcome operator()(ModuleState& state, ByteView payload) const { return call_(state, payload); }
+
+  private:
+    Call call_;
+};
+
 struct CommandRow {
     CommandId id;
     std::uint8_t code;  // first byte on the wire
     std::size_t bytes;  // from the code to LF, or kLengthByDlc
     const char* name;
     Refused refused;
-    // Takes the bytes between the code and the checksum; a refusal leaves the state as it was.
-    Outcome (*carry_out)(ModuleState& state, ByteView payload);
+    Handler carry_out;
 };
 
 std::span<const CommandRow, kCommandCnt> command_rows();
