@@ -39,7 +39,8 @@ int cd_init();
 // rebuilds the found-module list. Returns its length.
 int search_com();
 void free_list(NODE* first);
-// Name of a library port (0 to 67) as the port list shows it: its path without "/dev/".
+// Name of a library port (0 to 67) as the port list shows it: ttyS0 to ttyS15 for the first sixteen,
+// else its path without "/dev/".
 std::string port_display_name(int com_data);
 // Makes every panel's widgets sensitive or insensitive for a connection state.
 void wgt_show_hide(bool is_cnt, bool is_act);

@@ -330,6 +330,8 @@ void btn_clear_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     if (store != nullptr) {
         gtk_list_store_clear(store);
     }
+    pending_cnt = 0;
+    wipe_pending = false;
     counts.clear();
     show_counts();
 }

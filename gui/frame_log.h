@@ -27,7 +27,7 @@ struct LOG_ROW {
     int number;  // from 1
 };
 
-// The cell texts of one row, by column; null: no text. They may point into the record itself, which
+// The cell texts of one row, by column; null: no text. They may point into this object, which
 // therefore is not copied.
 struct FRAME_TEXTS {
     FRAME_TEXTS() = default;

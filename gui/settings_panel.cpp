@@ -328,12 +328,10 @@ void connect_channel(const CAN_INFO& can, const ChannelParts& parts) {
 }
 
 void connect_buttons() {
-    const auto clicked = [](GtkWidget* button, CheckHandler handler) {
-        g_signal_connect(button, "clicked", G_CALLBACK(handler), nullptr);
-    };
-    clicked(cs_info.btn[CS_BTN_RESET], btn_reset_cb);
-    clicked(cs_info.btn[CS_BTN_EXPORT], btn_export_cb);
-    clicked(cs_info.btn[CS_BTN_IMPORT], btn_import_cb);
+    GtkWidget* const* buttons = cs_info.btn;
+    g_signal_connect(buttons[CS_BTN_RESET], "clicked", G_CALLBACK(btn_reset_cb), nullptr);
+    g_signal_connect(buttons[CS_BTN_EXPORT], "clicked", G_CALLBACK(btn_export_cb), nullptr);
+    g_signal_connect(buttons[CS_BTN_IMPORT], "clicked", G_CALLBACK(btn_import_cb), nullptr);
 }
 
 }  // namespace
@@ -348,6 +346,8 @@ void cs_init() {
     for (const int channel : {CAN_1, CAN_2}) {
         lookup_channel(channel);
         fill_lists(cs_info.can[channel]);
+    }
+    for (const int channel : {CAN_1, CAN_2}) {
         connect_channel(cs_info.can[channel], kChannel[channel]);
     }
     connect_buttons();

@@ -1,4 +1,5 @@
 // gui/version.h - user interface: version of the program, also read by the build.
+// Thread: any; constants only.
 // SPDX-License-Identifier: MIT
 #ifndef GUI_VERSION_H
 #define GUI_VERSION_H

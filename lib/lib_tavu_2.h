@@ -488,7 +488,8 @@ typedef struct {
     uint64_t discarded;       /* bytes that had arrived unread when an exchange began */
 } TAVU_LOSS_INFO;
 
-/* Copies the counters out, each exact by itself (null is ignored); sets all of them to 0. */
+/* The first copies the counters out, each exact by itself; a null pointer is ignored. The second
+ * sets them to 0. */
 TAVU_API void TAVUGetLoss(TAVU_LOSS_INFO* info);
 TAVU_API void TAVUResetLoss(void);
 

@@ -36,6 +36,8 @@ TEST_F(FrameLog, CellsShowTheFrame) {
              {{.dlc = 2, .fd = true, .brs = true}, "1|Recv|SID|000|FD / BRS|2|F9 FA"},
              {{.dlc = 2, .fd = true, .esi = true}, "1|Recv|SID|000|FD / ESI |2|F9 FA"},
              {{.dlc = 2, .fd = true}, "1|Recv|SID|000|FD|2|F9 FA"},
+             {{.channel = 2, .id = 1, .dlc = 1}, "3|Recv|SID|001|2.0B|1|F9"},
+             {{.dlc = 2, .brs = true}, "1|Recv|SID|000||2|F9 FA"},
          }) {
         use(bs_info.btn_clr);
         list_insert(record_of(frame), true);
