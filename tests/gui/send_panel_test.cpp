@@ -61,7 +61,6 @@ TEST_F(SendPanel, BurstGoesOutAsComposedWithItsIntervalUntilStop) {
     next[6] = 0xF1;
     next[19] = 0x93;
     EXPECT_EQ(station().commands(), (std::vector{first, next, first, next}));
-
     use(eid, "off");
     use(ss_info.cbbox[SS_CBBOX_CAN], "CAN 2");
     use(rtr, "on");
