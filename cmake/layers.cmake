@@ -9,7 +9,7 @@ set(test_tools "<(gtest|gmock|benchmark)/[a-z-]+\\.h>")
 
 # What a folder may include besides the C++ and POSIX headers, and the layer word of its first lines.
 set(word.lib "library")
-set(may.lib "\"lib/${header}\"")
+set(may.lib "\"lib/${header}\"" "\"lib_tavu_2(_extensions)?\\.h\"") # the public header is two, installed side by side
 set(never.lib "<thread>")
 
 set(word.service "service")

@@ -1,10 +1,18 @@
-# version_read(<macro> <header>): sets the variable of the same name to the text that the header gives the macro, so that
-# a version stands in one place, where code built without this build system finds it too.
-function(version_read macro header)
-  file(STRINGS ${header} line REGEX "^#define ${macro} ")
-  if(NOT line MATCHES "\"([0-9]+\\.[0-9]+\\.[0-9]+)\"$")
-    message(FATAL_ERROR "${header}: no line '#define ${macro} \"x.y.z\"'")
-  endif()
+# version_read(<name> <header>): sets <name> to the version "x.y.z" that the macros <name>_MAJOR, <name>_MINOR and
+# <name>_PATCH of a header make, and <name>_MAJOR to its first number. A version thus stands in one place, where code
+# that is built without this build system finds it too.
+function(version_read name header)
+  set(version)
+  foreach(part MAJOR MINOR PATCH)
+    file(STRINGS ${header} line REGEX "^#define ${name}_${part} [0-9]+")
+    if(NOT line MATCHES "${name}_${part} ([0-9]+)")
+      message(FATAL_ERROR "${header}: no line '#define ${name}_${part} <number>'")
+    endif()
+    list(APPEND version ${CMAKE_MATCH_1})
+  endforeach()
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
-  set(${macro} ${CMAKE_MATCH_1} PARENT_SCOPE)
+  list(GET version 0 major)
+  list(JOIN version "." version)
+  set(${name} ${version} PARENT_SCOPE)
+  set(${name}_MAJOR ${major} PARENT_SCOPE)
 endfunction()

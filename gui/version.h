@@ -4,6 +4,13 @@
 #ifndef GUI_VERSION_H
 #define GUI_VERSION_H
 
-#define TAVU_UTILITY_VERSION "1.0.2"
+#include "lib/lib_tavu_2.h"
+
+#define TAVU_UTILITY_VERSION_MAJOR 1
+#define TAVU_UTILITY_VERSION_MINOR 0
+#define TAVU_UTILITY_VERSION_PATCH 2
+#define TAVU_UTILITY_VERSION                                                      \
+    TAVU_LIB_VERSION_TEXT(TAVU_UTILITY_VERSION_MAJOR, TAVU_UTILITY_VERSION_MINOR, \
+                          TAVU_UTILITY_VERSION_PATCH)
 
 #endif

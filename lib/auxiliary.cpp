@@ -6,6 +6,7 @@
 #include "lib/rs232.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace {
 
@@ -13,9 +14,31 @@ namespace {
 // equipment (serial adapters, the console of a board). A module there is opened by its number.
 constexpr int kFirstScannedPort = 23;
 
+constexpr std::string_view kDeviceFolder = "/dev/";
+
 }  // namespace
 
 using namespace tavu;
+
+const char* TAVUVersion(void) {
+    return TAVU_LIB_VERSION;
+}
+
+const char* TAVUPortName(int com_port) {
+    const auto port = static_cast<std::size_t>(com_port);
+    return port < comports.size() ? comports[port] : nullptr;
+}
+
+int TAVUPortNumber(const char* name) {
+    if (name == nullptr) {
+        return -1;
+    }
+    const std::string_view wanted(name);
+    const auto* const found = std::ranges::find_if(comports, [wanted](std::string_view path) {
+        return path == wanted || path.substr(kDeviceFolder.size()) == wanted;
+    });
+    return found == comports.end() ? -1 : static_cast<int>(found - comports.begin());
+}
 
 int TAVUOpenDeviceSCT(int com_port) {
     return TAVUOpenDevice(com_port);

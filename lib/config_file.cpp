@@ -4,6 +4,10 @@
 // SPDX-License-Identifier: MIT
 #include "lib/link.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -18,6 +22,20 @@ struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// Opens a regular file for reading; null if it is none. It never waits, as a FIFO's open would.
+File regular_file_open(const char* path) {
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    struct stat status {};
+    File file(fstat(fd, &status) == 0 && S_ISREG(status.st_mode) ? fdopen(fd, "rb") : nullptr);
+    if (file == nullptr) {
+        close(fd);
+    }
+    return file;
+}
 
 FileImage image_encode(std::span<const unsigned char, kConfigBytes> config) {
     ConfigWords words{};
@@ -89,7 +107,7 @@ int TAVUImpCfg(int com_port, const char* path) {
     }
     FileImage image{};
     {
-        const File file(std::fopen(path, "rbe"));
+        const File file = regular_file_open(path);
         if (file == nullptr ||
             std::fread(image.data(), 1, image.size(), file.get()) < image.size()) {
             return TAVU_FAILURE;

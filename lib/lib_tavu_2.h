@@ -8,8 +8,15 @@
  * Ports. Every call takes a port number, 0 to 67, which stands for a device path: 0-15
  * /dev/ttyCAN0-15, 16-21 /dev/ttyUSB0-5, 22-23 /dev/ttyAMA0-1, 24-39 /dev/ttyACM0-15, 40-41
  * /dev/rfcomm0-1, 42-43 /dev/ircomm0-1, 44-47 /dev/cuau0-3, 48-51 /dev/cuaU0-3, 52-67
- * /dev/serusb0-15. Any other number, and a port that is not open, give the call's failure result
- * before anything is sent.
+ * /dev/serusb0-15 (TAVUPortName, TAVUPortNumber). Any other number, and a port that is not open,
+ * give the call's failure result before anything is sent.
+ *
+ * A session. TAVUOpenDevice, after which both channels are stopped; the settings: TAVUSetCFG_CANFD,
+ * TAVUSetMode, TAVUSetBaudRate, TAVUSetFilter or TAVUClearFilter, TAVUSetErrorType; then
+ * TAVUInitCAN to start, TAVUSend or TAVUSend_CANFD to send; to receive, TAVUWaitReceive, and
+ * TAVUReceive_CANFD until it gives no report; TAVUInitCAN to stop, TAVUCloseDevice. A module may
+ * refuse new settings while a channel runs, so stop before changing any. The module keeps its
+ * settings when the port is closed.
  *
  * Results, unless a call says otherwise: TAVU_SUCCESS (0) and TAVU_FAILURE (1). The failures by
  * meaning are
@@ -82,9 +89,6 @@
 extern "C" {
 #endif
 
-/* Version of this library: VER_INFO's `api`, and the file name of the shared library. */
-#define TAVU_LIB_VERSION "3.1.0"
-
 /* Sizes: port numbers, channels of a module, entries of a range-filter table. */
 enum { TAVU_PORT_CNT = 68, TAVU_CHANNEL_CNT = 2, TAVU_RANGE_CNT = 16 };
 
@@ -116,16 +120,12 @@ enum {
 
 /* Version texts, NUL-terminated. */
 typedef struct {
-    char fw[16];    /* firmware, "03.10" */
-    char api[16];   /* TAVU_LIB_VERSION of the library in use */
+    char fw[16];    /* firmware, "03.10"; its second digit, here 3, is the firmware digit */
+    char api[16];   /* this library, as TAVUVersion gives it */
     char model[16]; /* build identifier, "1234" */
 } VER_INFO;
 
-/*
- * Classic configuration of both channels.
- * Bit-rate codes: 0-3 5, 10, 20, 50 kbit/s (firmware digit 3 or more); 4 100, 5 125, 6 250, 7 500,
- * 8 800 kbit/s; 9 1 Mbit/s; 10 400 kbit/s; 11, 12 custom rates.
- */
+/* Classic configuration of both channels; the bit-rate codes are TAVU_RATE_... */
 typedef struct {
     unsigned char baud[2];     /* bit-rate code */
     unsigned char mode[2];     /* TAVU_NORMAL, TAVU_LISTEN */
@@ -144,12 +144,12 @@ typedef struct {
     unsigned char uid[8]; /* identifier shared by all virtual ports of one module */
 } VCOM_INFO;
 
-/* Acceptance filter of one channel, applied by the module. */
+/* Acceptance filter of one channel, applied by the module: only frames of its type pass. */
 typedef struct {
     int CAN_port;        /* TAVU_CAN_1, TAVU_CAN_2 */
     int flt_type;        /* 0, TAVU_SID, TAVU_EID */
     unsigned int flt_id; /* acceptance identifier */
-    unsigned int mask;   /* acceptance mask */
+    unsigned int mask;   /* acceptance mask: a bit that is 1 must agree, 0 lets every frame pass */
 } FILTER_INFO;
 
 /* One identifier range of a range-filter table. */
@@ -231,8 +231,12 @@ typedef struct {
     char recv_time[13];           /* host local time, "hh:mm:ss:mmm" */
     unsigned int id;              /* 11 or 29 bits */
     unsigned char data[64];       /* payload; CAN 2.0: bytes 0 to 7 */
-    unsigned char data_err[2][6]; /* error or status data of CAN 1, CAN 2 */
-    TIME_ST_T timestamp;          /* of CAN FD and time-stamped CAN 2.0 frames */
+    unsigned char data_err[2][6]; /* error or status data of CAN 1, CAN 2, as the module sent them:
+                                     nothing is known of bytes 0 to 2; 3 to 5 are, of bus errors,
+                                     errors logged, receive counter (bit 7: error passive),
+                                     transmit counter, and else the protocol status */
+    TIME_ST_T timestamp; /* of CAN FD and time-stamped CAN 2.0 frames; zero is the module's own,
+                                     so take differences; other kinds write none */
 } CAN_FRAME_INFO;
 
 /* A batch to collect. */
@@ -319,7 +323,9 @@ TAVU_API int TAVUClearFilter(int com_port, int can_port);
 
 /*
  * Asks for the bus-error counters without waiting: the answer comes as a report of kind
- * TAVU_GETBUS_TYPE. TAVU_SUCCESS: the request was written.
+ * TAVU_GETBUS_TYPE. TAVU_SUCCESS: the request was written. As unread input is discarded, a report
+ * may be cut; if CAN FD reports follow without a pause, some of them can be lost until reception is
+ * in step again. So do not ask often.
  */
 TAVU_API int TAVUGetBusError(int com_port);
 
@@ -350,8 +356,8 @@ TAVU_API int TAVUExpCfg(int com_port, const char* path);
 
 /*
  * Applies the first 92 bytes of the file `path`: bit rates, modes, error reports, both filters,
- * each step whatever the earlier ones gave (7 exchanges). TAVU_FAILURE: the file could not be read
- * or is shorter (nothing was sent), or a step failed; the others stay in force.
+ * each step whatever the earlier ones gave (7 exchanges). TAVU_FAILURE: `path` is no regular file,
+ * cannot be read or is shorter (nothing was sent), or a step failed; the others stay in force.
  */
 TAVU_API int TAVUImpCfg(int com_port, const char* path);
 
@@ -385,7 +391,10 @@ TAVU_API int TAVUOpenDeviceSCT(int com_port);
  */
 TAVU_API int TAVUOpenSocketCAN(int com_port, int* fd);
 
-/* Opens and closes every port from 23 to 67; about 1 s for each whose device exists. */
+/*
+ * Opens and closes every port from 23 to 67 and leaves 0 to 22 out, behind which other equipment may
+ * be; about 1 s for each module, 0.3 s for a device that does not answer.
+ */
 TAVU_API SEARCH_COM_INFO TAVU_search_com(void);
 
 /*
@@ -415,7 +424,10 @@ TAVU_API int TAVUGetBLDID(int com_port, unsigned char bldid[2]);
  */
 TAVU_API int TAVUSend(int com_port, CAN_FRAME_INFO info);
 
-/* The same for a CAN FD frame of up to 64 bytes; also uses `brs`, `esi` and `fdf`. */
+/*
+ * The same for a CAN FD frame of up to 64 bytes; also uses `brs`, `esi` and `fdf`. With `fdf` 0 the
+ * command is sent all the same, and the module puts a CAN 2.0 frame on the bus.
+ */
 TAVU_API int TAVUSend_CANFD(int com_port, CAN_FRAME_INFO info);
 
 /* ---- Reception ---- */
@@ -453,48 +465,10 @@ TAVU_API int TAVUReceiveNonblock(int com_port, NON_BLOCK_INFO* info);
 /* Bytes for a DLC code: 0-8 as they are, then 12, 16, 20, 24, 32, 48; 15 and above 64. */
 TAVU_API int DecodeDLC_CANFD(int code);
 
-/* ---- Extensions ---- */
-
-/*
- * Waits until the port has input that was not taken yet, `timeout_ms` is over (0 or less: does not
- * wait) or the wait is cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at
- * once). On a port that hung up the time is waited out, so that its caller does not spin.
- */
-TAVU_API int TAVUWaitReceive(int com_port, int timeout_ms);
-
-/*
- * Ends the running wait or batch of the port, or the next one if none runs: it stays in force until
- * one of them consumes it. TAVUWaitReceive(com_port, 0) thus clears one that came too late. May be
- * called from any thread while the port is open.
- */
-TAVU_API void TAVUCancelReceive(int com_port);
-
-/*
- * Sleeps, precise to about a microsecond: the last tens of microseconds are spent polling the
- * clock. A cancellation point in any case; 0 or less returns at once.
- */
-TAVU_API void TAVUSleep(int microseconds);
-
-/* Writes the host's local time as "hh:mm:ss:mmm" and a NUL (null is ignored). */
-TAVU_API void TAVUTimeText(char text[13]);
-
-/* Arrived and of no use to reception; counted for the process, a report when it is given up. */
-typedef struct {
-    uint64_t header_short;    /* reports of which at most 2 bytes came and then no rest */
-    uint64_t header_unknown;  /* headers of no report that the call knows, among them CAN FD reports
-                                 without the FDF flag; each costs the bytes read with it */
-    uint64_t body_incomplete; /* reports with bytes missing or too many */
-    uint64_t passed_over;     /* bytes passed over in search of the next report */
-    uint64_t discarded;       /* bytes that had arrived unread when an exchange began */
-} TAVU_LOSS_INFO;
-
-/* The first copies the counters out, each exact by itself; a null pointer is ignored. The second
- * sets them to 0. */
-TAVU_API void TAVUGetLoss(TAVU_LOSS_INFO* info);
-TAVU_API void TAVUResetLoss(void);
-
 #ifdef __cplusplus
 }
 #endif
+
+#include "lib_tavu_2_extensions.h"
 
 #endif

@@ -7,6 +7,7 @@
 #include "lib/report_input.h"
 #include "lib/rs232.h"
 
+#include <errno.h>
 #include <sys/eventfd.h>
 
 #include <algorithm>
@@ -168,8 +169,10 @@ int TAVUWaitReceive(int com_port, int timeout_ms) {
     if (is_hung_up && RS232_InputCount(node->fd) == 0) {
         // A hung-up port is ready for ever, so only the cancel is watched for the time left.
         RS232_PollUntil(std::span(watched).first<1>(), end);
-        cancel_consume(*node);
-        return TAVU_FAILURE;
+        if (cancel_consume(*node)) {
+            return TAVU_FAILURE;
+        }
+        return TAVU_HUNG_UP;
     }
     return watched[1].revents != 0 ? TAVU_SUCCESS : TAVU_FAILURE;
 }
@@ -179,8 +182,11 @@ void TAVUCancelReceive(int com_port) {
     if (node == nullptr) {
         return;
     }
+    // Nothing here allocates, locks or leaves a trace: a signal handler may call it.
+    const int outer_errno = errno;
     eventfd_write(node->cancel_fd, 1);
     std::atomic_ref(node->cancel_hint).store(true);
+    errno = outer_errno;
 }
 
 void TAVUGetLoss(TAVU_LOSS_INFO* info) {

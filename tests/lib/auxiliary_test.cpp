@@ -15,6 +15,21 @@ TEST(Auxiliary, ScanFindsModulesFromPort23OnAndClosesThem) {
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
 }
 
+TEST(Auxiliary, PortsAreKnownByPathNameAndNumber) {
+    for (int port = 0; port < TAVU_PORT_CNT; ++port) {
+        const std::string path = TAVUPortName(port);
+        EXPECT_EQ(TAVUPortNumber(path.c_str()), port);
+        EXPECT_EQ(TAVUPortNumber(path.substr(5).c_str()), port) << "without /dev/";
+    }
+    EXPECT_STREQ(TAVUPortName(24), "/dev/ttyACM0");
+    EXPECT_EQ(TAVUPortName(-1), TAVUPortName(68));
+    for (const char* name : {"ttyACM16", "/dev/", "", "tty", "dev/ttyACM0"}) {
+        EXPECT_EQ(TAVUPortNumber(name), -1) << name;
+    }
+    EXPECT_EQ(TAVUPortNumber(nullptr), -1);
+    EXPECT_STREQ(TAVUVersion(), "3.1.0");
+}
+
 TEST(Auxiliary, OpenWithoutAnswerStopsTheChannelsAllTheSameAndTellsTheDescriptor) {
     Module module;
     module.set_fault(sim::Fault::silent);

@@ -3,6 +3,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/lib/support.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -38,4 +39,15 @@ TEST(ConfigFile, ImportAppliesWhatExportSavedAndNoRefusedStepStopsTheOthers) {
     steps.erase(steps.begin() + 2);
     module.expect(TAVU_FAILURE, steps, import);
     std::filesystem::remove(path);
+}
+
+TEST(ConfigFile, WhatIsNoRegularFileIsRefusedWithoutAWaitAndNothingIsSent) {
+    OpenModule module;
+    const std::string fifo = testing::TempDir() + "tavu_" + std::to_string(getpid()) + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string& path : {fifo, testing::TempDir(), std::string("/dev/zero")}) {
+        EXPECT_EQ(TAVUImpCfg(kPort, path.c_str()), TAVU_FAILURE) << path;
+    }
+    EXPECT_TRUE(module.sent().empty());
+    std::filesystem::remove(fifo);
 }
