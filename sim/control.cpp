@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <iomanip>
 #include <optional>
 #include <span>
@@ -123,41 +124,62 @@ std::optional<Frame> frame_from(Words words) {
     return frame;
 }
 
-// Lines of the form VERB PORT ARGUMENT...
-std::string control_station(Station& station, const std::string& verb, Words arguments) {
-    const std::string first = arguments.empty() ? "" : arguments[0];
-    if (verb == "plug" || verb == "unplug") {
-        verb == "plug" ? station.plug() : station.unplug();
-    } else if (verb == "fault") {
-        if (!is_fault_name(first)) {
-            return "unknown fault";
-        }
-        apply_fault(station, first);
-    } else if (verb == "traffic") {
-        const std::optional<double> rate = rate_value(first);
-        if (!rate) {
-            return "no number of frames per second";
-        }
-        station.set_traffic(*rate);
-    } else if (verb == "rom-error") {
-        station.raise_rom_error();
-    } else if (verb == "send") {
-        const std::optional<Bytes> bytes = join_hex(arguments);
-        if (!bytes) {
-            return "no hexadecimal bytes";
-        }
-        station.send_to_host(*bytes);
-    } else if (verb == "frame") {
-        const std::optional<Frame> frame = frame_from(arguments);
-        if (!frame) {
-            return "no frame";
-        }
-        station.receive_frame(*frame);
-    } else {
-        return "unknown command";
+std::string unfinished_report(const std::string& path) {
+    return path + ".part";
+}
+
+// ---- Control lines: VERB PORT ARGUMENT... ----
+
+// What a verb does; the result is what is wrong, empty if nothing.
+struct Verb {
+    const char* name;
+    std::string (*carry_out)(Station& station, Words arguments);
+};
+
+std::string carry_out_fault(Station& station, Words arguments) {
+    if (arguments.empty() || !is_fault_name(arguments[0])) {
+        return "unknown fault";
     }
+    apply_fault(station, arguments[0]);
     return {};
 }
+
+std::string carry_out_traffic(Station& station, Words arguments) {
+    const std::optional<double> rate = rate_value(arguments.empty() ? "" : arguments[0]);
+    if (!rate) {
+        return "no number of frames per second";
+    }
+    station.set_traffic(*rate);
+    return {};
+}
+
+std::string carry_out_send(Station& station, Words arguments) {
+    const std::optional<Bytes> bytes = join_hex(arguments);
+    if (!bytes) {
+        return "no hexadecimal bytes";
+    }
+    station.send_to_host(*bytes);
+    return {};
+}
+
+std::string carry_out_frame(Station& station, Words arguments) {
+    const std::optional<Frame> frame = frame_from(arguments);
+    if (!frame) {
+        return "no frame";
+    }
+    station.receive_frame(*frame);
+    return {};
+}
+
+constexpr Verb kVerbs[] = {
+    {"plug", [](Station& station, Words) { return station.plug(), std::string(); }},
+    {"unplug", [](Station& station, Words) { return station.unplug(), std::string(); }},
+    {"rom-error", [](Station& station, Words) { return station.raise_rom_error(), std::string(); }},
+    {"fault", carry_out_fault},
+    {"traffic", carry_out_traffic},
+    {"send", carry_out_send},
+    {"frame", carry_out_frame},
+};
 
 }  // namespace
 
@@ -203,12 +225,14 @@ std::string control(const Stations& stations, const std::string& line) {
     if (words.size() == 2 && words[0] == "report") {
         return write_report(stations, words[1]) ? "" : "report file cannot be written";
     }
+    const auto* const verb = std::ranges::find(kVerbs, words[0], &Verb::name);
+    if (verb == std::end(kVerbs)) {
+        return "unknown command";
+    }
     const std::string port = words.size() > 1 ? port_name(words[1]) : "";
-    const auto found = std::find_if(stations.begin(), stations.end(),
-                                    [&](const NamedStation& entry) { return entry.port == port; });
-    return found == stations.end()
-               ? "no such port"
-               : control_station(*found->station, words[0], Words(words).subspan(2));
+    const auto entry = std::ranges::find(stations, port, &NamedStation::port);
+    return entry == stations.end() ? "no such port"
+                                   : verb->carry_out(*entry->station, Words(words).subspan(2));
 }
 
 void print_report(const Stations& stations, std::FILE* out) {
@@ -243,8 +267,18 @@ void print_report(const Stations& stations, std::FILE* out) {
     std::fflush(out);
 }
 
+bool is_report_writable(const std::string& path) {
+    const std::string unfinished = unfinished_report(path);
+    std::FILE* out = std::fopen(unfinished.c_str(), "w");
+    if (out == nullptr) {
+        return false;
+    }
+    std::fclose(out);
+    return std::remove(unfinished.c_str()) == 0 && !std::filesystem::is_directory(path);
+}
+
 bool write_report(const Stations& stations, const std::string& path) {
-    const std::string unfinished = path + ".part";
+    const std::string unfinished = unfinished_report(path);
     std::FILE* out = std::fopen(unfinished.c_str(), "w");
     if (out == nullptr) {
         return false;

@@ -33,6 +33,8 @@ std::string control(const Stations& stations, const std::string& line);
 void print_report(const Stations& stations, std::FILE* out);
 // The same as a file, which appears complete or not at all; false when it cannot be written.
 bool write_report(const Stations& stations, const std::string& path);
+// Whether it can be, as far as can be known beforehand.
+bool is_report_writable(const std::string& path);
 
 // Bytes as upper-case hexadecimal pairs with a blank between them.
 std::string hex_text(ByteView bytes);

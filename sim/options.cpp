@@ -221,8 +221,8 @@ bool Parser::take(int choice, const std::string& value) {
 
 bool Parser::take_port(const std::string& value) {
     const std::string name = port_name(value);
-    if (!is_candidate_path(device_path(name).c_str())) {
-        return complain("no module can be on this port", value);
+    if (!is_searched_path(device_path(name).c_str())) {
+        return complain("no program looks for a module on this port", value);
     }
     port_given_ = true;
     return add_module(name, value);
@@ -348,6 +348,9 @@ std::optional<double> rate_value(const std::string& text) {
 
 ParsedOptions parse_options(int argc, char** argv) {
     Parser parser;
+    char short_name[] =
+        "tavu-sim";  // with which getopt begins its messages, wherever this runs from
+    argv[0] = short_name;
     optind = 1;
     for (const std::string letters = short_options();;) {
         const int choice = getopt_long(argc, argv, letters.c_str(), kLongOptions, nullptr);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -19,9 +20,20 @@ namespace {
 
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "the table is shared by processes");
 
-constexpr std::array<const char*, 9> kFamilies{"/dev/ttyCAN", "/dev/ttyUSB", "/dev/ttyAMA",
-                                               "/dev/ttyACM", "/dev/rfcomm", "/dev/ircomm",
-                                               "/dev/cuau",   "/dev/cuaU",   "/dev/serusb"};
+// Devices that a program may look behind for a module, numbered from 0.
+struct Family {
+    std::string_view prefix;
+    unsigned int count;
+};
+constexpr std::array<Family, 9> kFamilies{{{"/dev/ttyCAN", 16},
+                                           {"/dev/ttyUSB", 6},
+                                           {"/dev/ttyAMA", 2},
+                                           {"/dev/ttyACM", 16},
+                                           {"/dev/rfcomm", 2},
+                                           {"/dev/ircomm", 2},
+                                           {"/dev/cuau", 4},
+                                           {"/dev/cuaU", 4},
+                                           {"/dev/serusb", 16}}};
 
 constinit PortTable own_table{};
 constinit std::atomic<PortTable*> current_table{nullptr};  // set once, by whoever comes first
@@ -59,6 +71,25 @@ bool name_slot(PortSlot& port, const std::string& device) {
     return true;
 }
 
+// What a path is made of; no family for one that is no candidate.
+struct Candidate {
+    const Family* family = nullptr;
+    unsigned int number = 0;
+};
+
+Candidate candidate_of(std::string_view path) {
+    for (const Family& family : kFamilies) {
+        Candidate candidate{&family};
+        const char* end = path.data() + path.size();
+        const char* digits = path.data() + std::min(family.prefix.size(), path.size());
+        const auto [rest, error] = std::from_chars(digits, end, candidate.number);
+        if (path.starts_with(family.prefix) && error == std::errc() && rest == end) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
 }  // namespace
 
 PortTable& port_table() {
@@ -83,15 +114,12 @@ std::string share_port_table() {
 }
 
 bool is_candidate_path(const char* path) {
-    for (const char* family : kFamilies) {
-        const std::size_t length = std::strlen(family);
-        const std::string_view number(path + std::min(length, std::strlen(path)));
-        if (std::strncmp(path, family, length) == 0 && !number.empty() &&
-            number.find_first_not_of("0123456789") == std::string_view::npos) {
-            return true;
-        }
-    }
-    return false;
+    return candidate_of(path).family != nullptr;
+}
+
+bool is_searched_path(const char* path) {
+    const auto [family, number] = candidate_of(path);
+    return family != nullptr && number < family->count;
 }
 
 PortSlot* find_port(const char* device) {

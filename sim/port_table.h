@@ -43,6 +43,8 @@ std::string share_port_table();
 // Whether the path is one that a module may be attached to; such paths are never passed on to the
 // real devices behind the shim.
 bool is_candidate_path(const char* path);
+// Whether it also has one of the numbers that are searched.
+bool is_searched_path(const char* path);
 
 // The slot of a path; none when no station ever served it.
 PortSlot* find_port(const char* device);

@@ -83,9 +83,19 @@ class ControlFifo {
     }
 
   private:
+    // A FIFO that a killed tavu-sim has left is taken over; one that is served is not.
     static std::string make(const std::string& path) {
-        if (!path.empty() && mkfifo(path.c_str(), 0600) != 0) {
-            throw std::system_error(errno, std::generic_category(), path);
+        if (path.empty() || mkfifo(path.c_str(), 0600) == 0) {
+            return path;
+        }
+        const int error = errno;
+        struct stat status {};
+        if (error != EEXIST || stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) {
+            throw std::system_error(error, std::generic_category(), path);
+        }
+        const sim::Descriptor writer(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        if (writer.get() >= 0) {
+            throw std::runtime_error(path + ": another tavu-sim takes its commands here");
         }
         return path;
     }
@@ -259,6 +269,13 @@ File open_record(const std::string& path) {
     return file;
 }
 
+// Says at the start what would otherwise show at the end.
+void check_report_file(const std::string& path) {
+    if (!path.empty() && !sim::is_report_writable(path)) {
+        throw std::runtime_error("report file cannot be written: '" + path + "'");
+    }
+}
+
 void report(const SimOptions& options, const Stations& stations) {
     if (options.report && options.report_file.empty()) {
         sim::print_report(stations, stdout);
@@ -268,6 +285,7 @@ void report(const SimOptions& options, const Stations& stations) {
 }
 
 int run(const SimOptions& options) {
+    check_report_file(options.report_file);
     prepare_environment(options);
     const sigset_t watched = watched_signals();
     sigset_t original;

@@ -29,7 +29,10 @@ TEST(TavuSim, ExplainsBadArgumentsAndElseEndsAsItsProgramEndsWithAReportIfAsked)
     setenv("FIFO", (testing::TempDir() + "control-" + std::to_string(getpid())).c_str(), 1);
     const std::tuple<const char*, int, const char*> rows[] = {
         {"--bogus", 2, "unrecognized option '--bogus'\nTry 'tavu-sim --help'."},
-        {"--port tty1", 2, "no module can be on this port: 'tty1'\nTry"},
+        {"--port ttyACM16", 2, "tavu-sim: no program looks for a module on this port: 'ttyACM16'"},
+        {"--report=/none/x -- /bin/true", 125, "report file cannot be written: '/none/x'"},
+        {"-c $FIFO -- /bin/sh -c 'kill -KILL $PPID'", 128 + SIGKILL, ""},  // leaves the FIFO
+        {"-c $FIFO -- /bin/sh -c 'echo stop x >$FIFO; sleep 0.3'", 0, "unknown command: 'stop x'"},
         {"--fault mute", 2, "unknown fault: 'mute'"},
         {"--device /dev/null -- /bin/true", 125, "/dev/null: Inappropriate ioctl"},
         {"-- /bin/sh -c 'exit 3'", 3, ""},
