@@ -24,19 +24,26 @@
 namespace {
 
 constexpr const char* title_top = "TAVU Utility v" TAVU_UTILITY_VERSION;
-constexpr const char* kIconPath = "./icon/CANbus.ico";
+constexpr const char* kFolderVariable = "TAVU_UTILITY_FILES";
 constexpr int kMinWidth_px = 800;
 constexpr int kMinHeight_px = 600;
 constexpr guint kDisplayPeriod_ms = 1;
 
 guint display_timer = 0;
 
-// Loads an interface file from the working directory. When that fails, the program waits for Enter,
-// so that a terminal opened for it stays readable, and ends.
+// Path of a file of the program: in the folder that the installed command names, which leaves the
+// user where they were, else in the working directory.
+GText program_file(const char* name) {
+    const char* folder = g_getenv(kFolderVariable);
+    return GText(g_build_filename(folder == nullptr ? "." : folder, name, nullptr));
+}
+
+// Loads an interface file. When that fails, the program waits for Enter, so that a terminal opened
+// for it stays readable, and ends.
 GtkBuilder* load_interface(const char* file) {
     GObjectRef<GtkBuilder> builder(gtk_builder_new());
     GError* error = nullptr;
-    if (gtk_builder_add_from_file(builder.get(), file, &error) == 0) {
+    if (gtk_builder_add_from_file(builder.get(), program_file(file).get(), &error) == 0) {
         g_warning("%s", error->message);
         g_error_free(error);
         std::getchar();
@@ -53,11 +60,12 @@ void release_builders() {
 }
 
 void set_default_icon() {
-    const GObjectRef<GdkPixbuf> icon(gdk_pixbuf_new_from_file(kIconPath, nullptr));
+    const GText path = program_file("icon/CANbus.ico");
+    const GObjectRef<GdkPixbuf> icon(gdk_pixbuf_new_from_file(path.get(), nullptr));
     if (icon) {
         gtk_window_set_default_icon(icon.get());
     } else {
-        std::printf("Get icon from %s failed !\n", kIconPath);
+        std::printf("Get icon from %s failed !\n", path.get());
     }
 }
 

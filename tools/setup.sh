@@ -4,6 +4,7 @@
 run_packages="libgtk-3-0 librsvg2-common adwaita-icon-theme fonts-dejavu-core xvfb"
 build_packages="g++ cmake ninja-build pkg-config libgtk-3-dev"
 test_packages="libgtest-dev libgmock-dev libbenchmark-dev clang clang-tidy clang-format libclang-rt-14-dev"
+package_packages="librsvg2-bin help2man dpkg-dev file"
 usb_packages="qemu-system-x86 busybox-static cpio xz-utils"
 
 fail() {
@@ -15,11 +16,17 @@ fail() {
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then
         "$@"
-    elif command -v sudo >/dev/null 2>&1; then
-        sudo "$@"
     else
-        fail "root rights are needed to install packages: run this once as root, or install sudo"
+        sudo "$@"
     fi
+}
+
+# Ends here when as_root would not work; $1 says what for.
+need_root() {
+    [ "$(id -u)" -eq 0 ] && return 0
+    command -v sudo >/dev/null 2>&1 ||
+        fail "root rights are needed to $1: run this once as root, or install sudo"
+    sudo true || fail "sudo refused: run this once as root, or as a user who may $1"
 }
 
 # Installs those of the named Debian packages that are missing; says which before it does.
@@ -33,6 +40,7 @@ need_packages() {
     done
     [ -z "$missing" ] && return 0
     printf 'Installing Debian packages:%s\n' "$missing"
+    need_root "install packages"
     as_root apt-get update -qq || fail "the package lists could not be read: is the machine online?"
     # shellcheck disable=SC2086 # a list of words
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing ||
