@@ -1,0 +1,125 @@
+#!/bin/sh
+# tests/fresh/run.sh - test: the README's commands, ./demo and ./check in a minimal Debian root.
+# usage: run.sh SOURCE_FOLDER LOG_FOLDER   (as root)
+#
+# What a developer's machine has installed over the years hides what the scripts forget to install. Here there is
+# nothing but a minimal system, git, and sudo for the plain user. Runs twice: as root, and as a plain user with sudo.
+# Mounts are made in a namespace of their own, so they are gone with this process, however it ends.
+# SPDX-License-Identifier: MIT
+set -eu
+if [ -z "${FRESH_NAMESPACE:-}" ]; then
+    exec env FRESH_NAMESPACE=1 unshare --mount --propagation private sh "$0" "$@"
+fi
+source=$1
+log_folder=$2
+suite=bookworm
+scratch=$(mktemp -d "${TMPDIR:-/tmp}/tavu-fresh.XXXXXX")
+trap 'unmount_all; rm -rf --one-file-system "$scratch"' EXIT
+trap 'exit 143' INT TERM HUP
+
+fail() {
+    printf 'fresh machine: %s\n' "$1" >&2
+    exit 1
+}
+
+unmount_all() {
+    awk -v scratch="$scratch/" 'index($2, scratch) == 1 { print $2 }' /proc/mounts | sort -r |
+        while read -r place; do umount --lazy "$place" || true; done
+}
+
+# A minimal root with the machine's own package sources, apt settings and name service.
+make_base() {
+    sources=""
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
+        [ ! -s "$file" ] || sources="$sources $file"
+    done
+    options=""
+    for file in /etc/apt/apt.conf /etc/apt/apt.conf.d/*; do
+        [ ! -s "$file" ] || options="$options --aptopt=$file"
+    done
+    # shellcheck disable=SC2086 # lists of words
+    mmdebstrap --variant=minbase --include=git,sudo,ca-certificates $options \
+        "$suite" "$base" $sources >"$log_folder/fresh-base.log" 2>&1 ||
+        { tail -n 20 "$log_folder/fresh-base.log" >&2; fail "no minimal root could be made: is the machine online?"; }
+    cp -L /etc/resolv.conf "$base/etc/resolv.conf"
+    echo "127.0.0.1 localhost $(uname -n)" >"$base/etc/hosts"
+    git -C "$source" bundle create -q "$base/srv/project.bundle" HEAD
+}
+
+# A copy of the base with proc, dev and pts, and a user who may use sudo.
+make_root() {
+    cp -a "$base" "$root"
+    mount -t proc proc "$root/proc"
+    mount -t tmpfs dev "$root/dev"
+    for node in null zero full random urandom tty; do
+        touch "$root/dev/$node"
+        mount --bind "/dev/$node" "$root/dev/$node"
+    done
+    mkdir "$root/dev/pts" "$root/dev/shm"
+    mount -t devpts devpts "$root/dev/pts" -o newinstance,ptmxmode=0666,mode=0620,gid=5
+    mount -t tmpfs shm "$root/dev/shm"
+    ln -s pts/ptmx "$root/dev/ptmx"
+    ln -s /proc/self/fd "$root/dev/fd"
+    chroot "$root" useradd --create-home --shell /bin/sh engineer
+    echo 'APT::Get::Assume-Yes "true";' >"$root/etc/apt/apt.conf.d/90-answered"  # a user who says yes
+    echo 'engineer ALL=(ALL) NOPASSWD: ALL' >"$root/etc/sudoers.d/engineer"
+}
+
+drop_root() {
+    unmount_all
+    rm -rf --one-file-system "$root"
+}
+
+# in_root USER COMMAND...: runs in the root as that user, in a clone of the project of its own.
+in_root() {
+    user=$1
+    shift
+    home=$(chroot "$root" getent passwd "$user" | cut -d: -f6)
+    chroot --userspec="$user:$user" --groups="$user" "$root" \
+        env -i HOME="$home" USER="$user" LOGNAME="$user" TERM=dumb LANG=C.UTF-8 \
+        PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+        sh -c 'cd && [ -d project ] || git clone -q -c advice.detachedHead=false /srv/project.bundle project && cd project && exec "$@"' sh "$@"
+}
+
+# step NAME USER COMMAND...: in_root, with a log and the time it took.
+step() {
+    name=$1
+    shift
+    log=$log_folder/fresh-$name.log
+    began=$(date +%s)
+    if in_root "$@" >"$log" 2>&1 </dev/null; then
+        printf '  %-28s %4s s\n' "$name" $(($(date +%s) - began))
+    else
+        tail -n 40 "$log" >&2
+        fail "$name failed; all it printed: $log"
+    fi
+}
+
+# The packages, judged by the distribution's own checkers, and what their test needs, kept for another root.
+build_packages() {
+    step package engineer ./package
+    step lint engineer sh tests/fresh/lint.sh
+    project=$root/home/engineer/project
+    mkdir "$scratch/packages"
+    cp -r "$project"/build/package/packages/*.deb "$project"/build/package/tools/libtavu_ui_script.so \
+        "$project"/tests/fresh "$project"/tools "$project"/examples "$scratch/packages"
+}
+
+[ "$(id -u)" -eq 0 ] || fail "root rights are needed to make a root"
+base=$scratch/base
+root=$scratch/root
+began=$(date +%s)
+make_base
+printf '  %-28s %4s s\n' "minimal root" $(($(date +%s) - began))
+for user in root engineer; do
+    make_root
+    step "demo-$user" "$user" ./demo
+    step "check-$user" "$user" ./check
+    step "readme-$user" "$user" sh tests/fresh/readme.sh README.md
+    [ "$user" = root ] || build_packages
+    drop_root
+done
+make_root
+cp -r "$scratch/packages" "$root/srv/packages"
+step packages root sh /srv/packages/fresh/packages.sh /srv/packages engineer
+drop_root
