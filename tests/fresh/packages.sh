@@ -41,7 +41,6 @@ use_library() {
 
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends xvfb xauth gcc g++ cmake ninja-build pkg-config man-db >/dev/null
-cat /etc/passwd >/tmp/passwd-before
 apt-get install -y -qq "$folder"/*.deb >/dev/null
 dpkg -L tavu-utility libtavu-2-3 libtavu-2-dev | sort -u >/tmp/installed
 as_user xdg-user-dirs-update
@@ -57,6 +56,5 @@ left=$(while read -r path; do [ -d "$path" ] || [ ! -e "$path" ] || echo "$path"
 [ -z "$left" ] || fail "left after the purge: $left"
 left=$(find / -xdev \( -path /home -o -path /root -o -path /tmp -o -path /var/cache -o -path /proc -o -path "$folder" \) -prune -o -name '*tavu*' -print)
 [ -z "$left" ] || fail "left after the purge: $left"
-cmp -s /etc/passwd /tmp/passwd-before || fail "the purge left users"
 [ -f "$documents/tavu.cfg" ] || fail "the purge took the user's file"
 echo "Packages installed, used and purged"
