@@ -14,10 +14,6 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-constexpr int kMaxAttempts = 16;  // then a frame without acknowledgement is given up
-constexpr std::uint8_t kTransmitPenalty = 8;
-constexpr std::uint8_t kFormError = 2;
-constexpr std::uint8_t kAcknowledgeError = 3;
 constexpr double kLongestPeriod_s = 3600;        // between two frames of a node
 constexpr int kFramesPerAdvance = 4096;          // bounds one advance() while the nodes flood
 constexpr nanoseconds kNodeBacklog{50'000'000};  // older frames of a held-up node are not made up
@@ -38,19 +34,6 @@ nanoseconds bit_time(int bits, std::uint32_t bps) {
     return nanoseconds(std::int64_t{1'000'000'000} * bits / std::max(bps, 1U));
 }
 
-void recover(std::uint8_t& counter) {
-    if (counter > 0) {
-        --counter;
-    }
-}
-
-void log_error(ErrorCounters& counters, std::uint8_t kind) {
-    if (counters.logged < std::numeric_limits<std::uint8_t>::max()) {
-        ++counters.logged;
-    }
-    counters.last_error = kind;
-}
-
 // Lower wins the bus: identifier bits as they are sent, then standard before extended.
 std::uint64_t priority(const Frame& frame) {
     const std::uint64_t id = frame.extended ? frame.id : std::uint64_t{frame.id} << 18;
@@ -59,16 +42,16 @@ std::uint64_t priority(const Frame& frame) {
 
 }  // namespace
 
-nanoseconds frame_duration(const Frame& frame, const PortSettings& sender) {
+nanoseconds frame_duration(const Frame& frame, const BitRates& rates) {
     const int payload_bits = frame.remote ? 0 : 8 * payload_length(frame.dlc, frame.fd);
     const int extended_bits = frame.extended ? kExtendedBits : 0;
     if (!frame.fd) {
-        return bit_time(stuffed(kClassicBits + extended_bits + payload_bits), sender.nominal_bps);
+        return bit_time(stuffed(kClassicBits + extended_bits + payload_bits), rates.nominal_bps);
     }
     const int long_crc_bits = payload_bits > 128 ? kFdLongCrcBits : 0;
-    return bit_time(stuffed(kFdNominalBits + extended_bits), sender.nominal_bps) +
+    return bit_time(stuffed(kFdNominalBits + extended_bits), rates.nominal_bps) +
            bit_time(stuffed(kFdDataBits + long_crc_bits + payload_bits),
-                    frame.brs ? sender.data_bps : sender.nominal_bps);
+                    frame.brs ? rates.data_bps : rates.nominal_bps);
 }
 
 bool filter_passes(const PortSettings& port, const Frame& frame) {
@@ -96,6 +79,7 @@ void Bus::configure(int channel, const PortSettings& settings) {
         errors_.at(c) = {};
     }
     queues_.at(c).clear();
+    failed_last_.at(c) = false;
     if (current_ && current_->sender == channel) {
         current_.reset();
     }
@@ -105,7 +89,8 @@ void Bus::configure(int channel, const PortSettings& settings) {
 bool Bus::send(const Frame& frame, Instant now) {
     const auto c = static_cast<std::size_t>(frame.channel);
     const PortSettings& port = ports_.at(c);
-    if (!port.started || port.listen || (frame.fd && !port.fd)) {
+    const bool has_room = queues_.at(c).size() < kFrameMemory || !is_stuck(frame.channel);
+    if (!is_on_bus(frame.channel) || port.listen || (frame.fd && !port.fd) || !has_room) {
         return false;
     }
     queues_.at(c).push_back({frame, now});
@@ -114,7 +99,7 @@ bool Bus::send(const Frame& frame, Instant now) {
 
 bool Bus::inject(const Frame& frame, Instant now) {
     const PortSettings& port = ports_.at(static_cast<std::size_t>(frame.channel));
-    if (!port.started || (frame.fd && !port.fd) || !filter_passes(port, frame)) {
+    if (!is_on_bus(frame.channel) || (frame.fd && !port.fd) || !filter_passes(port, frame)) {
         return false;
     }
     events_.received(frame, now);
@@ -147,8 +132,9 @@ std::optional<Instant> Bus::next_event() const {
     return earliest ? std::optional(std::max(*earliest, free_at_)) : std::nullopt;
 }
 
-std::size_t Bus::queued() const {
-    return std::max(queues_[0].size(), queues_[1].size());
+bool Bus::is_full() const {
+    return (queues_[0].size() >= kFrameMemory && !is_stuck(0)) ||
+           (queues_[1].size() >= kFrameMemory && !is_stuck(1));
 }
 
 const ErrorCounters& Bus::errors(int channel) const {
@@ -183,8 +169,9 @@ bool Bus::start_next(Instant now) {
     const int sender = arbitrate(start);
     const Frame& frame =
         sender == kNode ? *node_frame_ : queues_.at(static_cast<std::size_t>(sender)).front().frame;
-    const nanoseconds duration =
-        options_.flood ? nanoseconds{0} : frame_duration(frame, rates_of(sender));
+    const nanoseconds duration = options_.flood && all_can_read(sender, frame)
+                                     ? nanoseconds{0}
+                                     : frame_duration(frame, rates_of(sender));
     current_ = Transmission{sender, frame, start + duration};
     return true;
 }
@@ -208,81 +195,107 @@ int Bus::arbitrate(Instant start) const {
 
 void Bus::complete(const Transmission& sent, Instant now) {
     free_at_ = sent.end;
-    if (!acknowledged(sent)) {
-        unacknowledged(sent.sender);
-        return;
+    const Outcome result = outcome(sent.sender, sent.frame);
+    if (result.arrives()) {
+        sent_well(sent, now);
+    } else if (sent.sender != kNode) {
+        sent_badly(sent.sender, result);
     }
+    for (int c = 0; c < kChannels; ++c) {
+        if (c != sent.sender && is_on_bus(c)) {
+            receive(c, sent, result);
+        }
+    }
+}
+
+void Bus::sent_well(const Transmission& sent, Instant now) {
     if (sent.sender == kNode) {
         const double period_s = std::min(1 / options_.traffic_per_s, kLongestPeriod_s);
         const nanoseconds period(static_cast<std::int64_t>(1e9 * period_s));
         node_due_ += period;
         node_frame_.reset();
         prepare_node_frame(now);
-    } else {
-        const auto c = static_cast<std::size_t>(sent.sender);
-        queues_.at(c).pop_front();
-        recover(errors_.at(c).transmit);
+        return;
     }
-    for (int c = 0; c < kChannels; ++c) {
-        if (c != sent.sender && ports_.at(static_cast<std::size_t>(c)).started) {
-            receive(c, sent);
-        }
+    const auto c = static_cast<std::size_t>(sent.sender);
+    queues_.at(c).pop_front();
+    failed_last_.at(c) = false;
+    errors_.at(c).frame_sent();
+}
+
+// The frame stays the next to be sent, until the channel is stopped or bus off.
+void Bus::sent_badly(int sender, const Outcome& outcome) {
+    const auto c = static_cast<std::size_t>(sender);
+    failed_last_.at(c) = true;
+    const bool changed =
+        errors_.at(c).send_failed(outcome.destroyed ? BusError::bit1 : BusError::acknowledge);
+    if (errors_.at(c).bus_off) {
+        queues_.at(c).clear();
+    }
+    if (changed) {
+        events_.error();
     }
 }
 
-void Bus::receive(int channel, const Transmission& sent) {
+void Bus::receive(int channel, const Transmission& sent, const Outcome& outcome) {
     const auto c = static_cast<std::size_t>(channel);
-    if (!understands(channel, sent)) {
-        receive_error(channel);
+    const bool readable = can_read(channel, sent.sender, sent.frame);
+    if (!readable || !outcome.arrives()) {
+        if (errors_.at(c).receive_failed(!readable)) {
+            events_.error();
+        }
         return;
     }
-    recover(errors_.at(c).receive);
+    errors_.at(c).frame_received();
     Frame frame = sent.frame;
     frame.channel = channel;
     inject(frame, sent.end);
 }
 
-void Bus::receive_error(int channel) {
-    ErrorCounters& counters = errors_.at(static_cast<std::size_t>(channel));
-    if (counters.receive >= kErrorPassive) {
-        return;
+// Generated nodes acknowledge each other's frames, stay error active and take CAN FD frames.
+Bus::Outcome Bus::outcome(int sender, const Frame& frame) const {
+    const bool nodes_read = can_read(kNode, sender, frame);
+    Outcome result;
+    result.acknowledged = sender == kNode || (options_.nodes > 0 && nodes_read);
+    result.destroyed = options_.nodes > 0 && !nodes_read;
+    for (int c = 0; c < kChannels; ++c) {
+        const auto i = static_cast<std::size_t>(c);
+        if (c == sender || !is_on_bus(c) || ports_.at(i).listen) {
+            continue;
+        }
+        const bool reads = can_read(c, sender, frame);
+        result.acknowledged |= reads;
+        result.destroyed |= !reads && !errors_.at(i).is_passive();
     }
-    ++counters.receive;
-    log_error(counters, kFormError);
-    events_.error();
+    return result;
 }
 
-void Bus::unacknowledged(int sender) {
-    const auto c = static_cast<std::size_t>(sender);
-    ErrorCounters& counters = errors_.at(c);
-    if (++queues_.at(c).front().attempts >= kMaxAttempts) {
-        queues_.at(c).pop_front();
-    }
-    if (counters.transmit >= kErrorPassive) {
-        return;
-    }
-    counters.transmit = static_cast<std::uint8_t>(
-        std::min<int>(counters.transmit + kTransmitPenalty, kErrorPassive));
-    log_error(counters, kAcknowledgeError);
-    events_.error();
+bool Bus::can_read(int reader, int sender, const Frame& frame) const {
+    const BitRates& own = rates_of(reader);
+    const BitRates& senders = rates_of(sender);
+    const bool takes_fd = reader == kNode || ports_.at(static_cast<std::size_t>(reader)).fd;
+    return (takes_fd || !frame.fd) && own.nominal_bps == senders.nominal_bps &&
+           (!frame.brs || own.data_bps == senders.data_bps);
 }
 
-bool Bus::understands(int channel, const Transmission& sent) const {
-    const PortSettings& port = ports_.at(static_cast<std::size_t>(channel));
-    const PortSettings& sender = rates_of(sent.sender);
-    const bool nodes_follow = sent.sender == kNode;  // they speak at each channel's own rates
-    return (port.fd || !sent.frame.fd) &&
-           (nodes_follow || (port.nominal_bps == sender.nominal_bps &&
-                             (!sent.frame.brs || port.data_bps == sender.data_bps)));
+bool Bus::all_can_read(int sender, const Frame& frame) const {
+    for (int c = 0; c < kChannels; ++c) {
+        if (c != sender && is_on_bus(c) && !can_read(c, sender, frame)) {
+            return false;
+        }
+    }
+    return outcome(sender, frame).arrives();
 }
 
-bool Bus::acknowledged(const Transmission& sent) const {
-    if (sent.sender == kNode || options_.nodes > 0) {
-        return true;
-    }
-    const int other = 1 - sent.sender;
-    const PortSettings& port = ports_.at(static_cast<std::size_t>(other));
-    return port.started && !port.listen && understands(other, sent);
+bool Bus::is_on_bus(int channel) const {
+    const auto c = static_cast<std::size_t>(channel);
+    return ports_.at(c).started && !errors_.at(c).bus_off;
+}
+
+// While a channel is error active, a failure may be a passing one.
+bool Bus::is_stuck(int channel) const {
+    const auto c = static_cast<std::size_t>(channel);
+    return failed_last_.at(c) && errors_.at(c).is_passive();
 }
 
 bool Bus::nodes_may_send() const {
@@ -299,11 +312,9 @@ void Bus::prepare_node_frame(Instant now) {
     }
 }
 
-const PortSettings& Bus::rates_of(int sender) const {
-    if (sender == kNode) {
-        return ports_[0].started ? ports_[0] : ports_[1];
-    }
-    return ports_.at(static_cast<std::size_t>(sender));
+const BitRates& Bus::rates_of(int sender) const {
+    return sender == kNode ? options_.node_rates
+                           : ports_.at(static_cast<std::size_t>(sender)).rates;
 }
 
 }  // namespace sim

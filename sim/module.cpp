@@ -14,17 +14,19 @@ constexpr std::uint8_t kWarningLevel = 96;
 
 // Errors logged, receive counter with the passive bit, transmit counter.
 ErrorData counter_bytes(const ErrorCounters& counters) {
-    const std::uint8_t passive = counters.receive >= kErrorPassive ? 0x80 : 0x00;
+    const int passive = counters.receive > 127 ? 0x80 : 0x00;
     const auto receive = static_cast<std::uint8_t>(std::min<int>(counters.receive, 127) | passive);
     return {0, 0, 0, counters.logged, receive, counters.transmit};
 }
 
 // Last error in bits 0-2, activity "on the bus" in bits 3-4, error passive in bit 5, warning level
-// in bit 6.
+// in bit 6, bus off in bit 7.
 ErrorData status_bytes(const ErrorCounters& counters) {
     const int worst = std::max(counters.receive, counters.transmit);
-    const int level = (worst >= kErrorPassive ? 0x20 : 0) | (worst >= kWarningLevel ? 0x40 : 0);
-    return {0, 0, 0, 0, 0, static_cast<std::uint8_t>(counters.last_error | 0x08 | level)};
+    const int level = (counters.is_passive() ? 0x20 : 0) | (worst >= kWarningLevel ? 0x40 : 0) |
+                      (counters.bus_off ? 0x80 : 0);
+    const auto last_error = static_cast<std::uint8_t>(counters.last_error);
+    return {0, 0, 0, 0, 0, static_cast<std::uint8_t>(last_error | 0x08 | level)};
 }
 
 }  // namespace
@@ -67,10 +69,10 @@ PortSettings Module::port(int channel) const {
     PortSettings port;
     port.started = state_.running.at(c) != 0;
     port.listen = config[kModeAt] != 0;
-    port.nominal_bps =
+    port.rates.nominal_bps =
         kNominalBps.at(std::min<std::size_t>(config[kRateAt], kNominalBps.size() - 1));
     port.fd = fd[0] != 0;
-    port.data_bps = fd[1] * 1'000'000U;
+    port.rates.data_bps = fd[1] * 1'000'000U;
     port.filter_type = config[kFilterAt];
     port.filter_id = big_endian(config.subspan(kFilterAt + 1));
     port.filter_mask = big_endian(config.subspan(kFilterAt + 5));

@@ -33,7 +33,8 @@ none is touched: for PROGRAM the simulated modules are the only ones there are.
 
 CAN 1 and CAN 2 of each module are wired to one virtual bus. What is sent on one
 channel is received on the other when both are started, their bit rates agree and
-the acceptance filter lets it pass. Other nodes can be added to the bus.
+the acceptance filter lets it pass. Other nodes can be added to the bus; they have
+a bit rate of their own.
 
 Modules:
   -p, --port NAME        device the module appears as, such as ttyACM0 (the
@@ -51,6 +52,8 @@ Bus:
   -t, --traffic N        N frames per second from other nodes
   -n, --nodes N          N other nodes; without any, a frame that the other
                          channel does not hear is not acknowledged
+      --node-rate N[/D]  their bit rate in kbit/s, with the data rate of CAN FD
+                         frames in Mbit/s behind it (500/2)
       --flood            frames take no time on the bus; without --traffic the
                          other nodes send as fast as PROGRAM reads
 
@@ -96,6 +99,7 @@ enum LongOption : int {
     kBuild,
     kPair,
     kStamp,
+    kNodeRate,
     kFlood,
     kRecord,
     kLinkedShim,
@@ -111,6 +115,7 @@ constexpr option kLongOptions[] = {
     {"stamp", no_argument, nullptr, kStamp},
     {"traffic", required_argument, nullptr, 't'},
     {"nodes", required_argument, nullptr, 'n'},
+    {"node-rate", required_argument, nullptr, kNodeRate},
     {"flood", no_argument, nullptr, kFlood},
     {"fault", required_argument, nullptr, 'f'},
     {"report", optional_argument, nullptr, 'r'},
@@ -168,6 +173,7 @@ class Parser {
     bool take_build(const std::string& value);
     bool take_traffic(const std::string& value);
     bool take_nodes(const std::string& value);
+    bool take_node_rate(const std::string& value);
     bool take_fault(const std::string& value);
 
     bool port_given_ = false;
@@ -195,6 +201,8 @@ bool Parser::take(int choice, const std::string& value) {
             return take_traffic(value);
         case 'n':
             return take_nodes(value);
+        case kNodeRate:
+            return take_node_rate(value);
         case kFlood:
             options.flood = true;
             return true;
@@ -281,6 +289,22 @@ bool Parser::take_nodes(const std::string& value) {
         return complain(("nodes is not a whole number from 0 to " + highest).c_str(), value);
     }
     options.nodes = static_cast<int>(*count);
+    return true;
+}
+
+bool Parser::take_node_rate(const std::string& value) {
+    const std::size_t slash = value.find('/');
+    const auto nominal_kbps = rate_value(value.substr(0, slash));
+    const auto data_mbps =
+        slash == std::string::npos ? std::optional(2.0) : rate_value(value.substr(slash + 1));
+    const auto is_within = [](std::optional<double> rate, double lowest, double highest) {
+        return rate && *rate >= lowest && *rate <= highest;
+    };
+    if (!is_within(nominal_kbps, 1, 1000) || !is_within(data_mbps, 1, 10)) {
+        return complain("node rate is not of the form 500 or 500/2", value);
+    }
+    options.node_rates = {static_cast<std::uint32_t>(std::lround(*nominal_kbps * 1e3)),
+                          static_cast<std::uint32_t>(std::lround(*data_mbps * 1e6))};
     return true;
 }
 

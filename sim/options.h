@@ -27,6 +27,7 @@ struct SimOptions {
     std::array<std::uint8_t, 2> build = ModuleState{}.build;
     bool pair = false;  // the ports are virtual ports of one module
     int nodes = 0;
+    BitRates node_rates{};
     double traffic_per_s = 0;
     bool flood = false;
     bool stamp_classic = false;

@@ -27,7 +27,6 @@ using namespace std::chrono_literals;
 constexpr std::chrono::seconds kRoomWait{5};
 constexpr std::size_t kBackPressure = 65'536;   // bytes to the host above which senders wait
 constexpr std::size_t kReportMemory = 1 << 20;  // bytes to the host above which reports are lost
-constexpr std::size_t kFrameMemory = 4096;      // frames from the host the module takes in
 constexpr std::size_t kReadBytes = 16'384;
 constexpr std::chrono::nanoseconds kShortestWait = 100us;  // bus events closer are served together
 constexpr auto kDrainedCheck = 500us;
@@ -90,7 +89,7 @@ Station::Impl::Impl(StationOptions given)
     : options(std::move(given)),
       connector(options.device, options.serial),
       module(options.state),
-      bus({options.nodes, options.traffic_per_s, options.flood},
+      bus({options.nodes, options.traffic_per_s, options.flood, options.node_rates},
           {[this](const Frame& frame, Instant at) { report_frame(frame, at); },
            [this] { report_bus_error(); }, [this] { return outgoing.waiting() < kBackPressure; }}),
       wake_up(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
@@ -176,7 +175,7 @@ void Station::Impl::write_out() {
 }
 
 bool Station::Impl::takes_input() const {
-    return fault != Fault::deaf && bus.queued() < kFrameMemory;
+    return fault != Fault::deaf && !bus.is_full();
 }
 
 void Station::Impl::read_in() {

@@ -31,6 +31,7 @@ struct StationOptions {
     std::string serial{};
     ModuleState state{};
     int nodes = 0;             // generated nodes on the bus; each acknowledges every frame
+    BitRates node_rates{};     // which they send and understand
     double traffic_per_s = 0;  // generated frames per second on the bus; above 0 at least one node
     bool flood = false;        // ignore bus timing; generated frames wait for the host
     bool stamp_classic = false;  // report classic frames with a time stamp (0xE2, else 0xE1)
@@ -43,8 +44,8 @@ struct StationOptions {
 // Counts since the station started.
 struct ChannelCounters {
     std::uint64_t from_host = 0;  // intact frame commands for the channel
-    std::uint64_t refused = 0;    // of these: not sent, as the channel was stopped, listening or
-                                  // without CAN FD
+    std::uint64_t refused = 0;    // of these: not sent, as the channel was stopped, listening,
+                                  // without CAN FD, bus off, or stuck with its memory full
     std::uint64_t reports = 0;    // frame reports for the channel that were queued for the host
     std::uint64_t lost = 0;       // frame reports dropped because the host did not read
 };

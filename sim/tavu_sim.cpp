@@ -120,6 +120,7 @@ sim::StationOptions station_options(const SimOptions& options, std::size_t index
     station.state.vcom[2] = static_cast<std::uint8_t>(options.pair ? index : 0);
     station.state.vcom.back() = static_cast<std::uint8_t>('1' + (options.pair ? 0 : index));
     station.nodes = options.nodes;
+    station.node_rates = options.node_rates;
     station.traffic_per_s = options.traffic_per_s;
     station.flood = options.flood;
     station.stamp_classic = options.stamp_classic;

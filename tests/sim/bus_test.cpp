@@ -1,4 +1,4 @@
-// tests/sim/bus_test.cpp - test: who receives what and when, error counters, faults of what is sent.
+// tests/sim/bus_test.cpp - test: who receives what and when, what errors lead to, faults of what is sent.
 // Uses sim/bus.h, sim/outgoing.h. Time is given, nothing waits.
 // SPDX-License-Identifier: MIT
 #include "sim/bus.h"
@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <tuple>
 
 namespace {
@@ -19,8 +20,9 @@ using Port = sim::PortSettings;
 constexpr sim::Instant kStart{std::chrono::hours(1)};
 constexpr Port kClassic{.started = true};
 constexpr Port kListener{.started = true, .listen = true};
+constexpr Port kSlow{.started = true, .rates = {.nominal_bps = 250'000}};
 constexpr Port kFd{.started = true, .fd = true};
-constexpr Port kSlowFd{.started = true, .fd = true, .data_bps = 1'000'000};
+constexpr Port kSlowFd{.started = true, .fd = true, .rates = {.data_bps = 1'000'000}};
 constexpr Port kFilter11{.started = true, .filter_type = 1, .filter_id = 0x2F, .filter_mask = 0xF0};
 constexpr Port kFilter29{.started = true, .filter_type = 2, .filter_id = 0x2F, .filter_mask = ~0U};
 
@@ -48,7 +50,7 @@ TEST(Bus, DeliversToAChannelThatUnderstandsTheFrameAndLetsItPass) {
         {"sender stopped", sid, {}, kClassic, false},
         {"sender listens", sid, kListener, kClassic, false},
         {"receiver listens, so none acknowledges", sid, kClassic, kListener, false},
-        {"rates differ", sid, kClassic, {.started = true, .nominal_bps = 250'000}, false},
+        {"rates differ", sid, kClassic, kSlow, false},
         {"data rates differ", brs, kFd, kSlowFd, false},
         {"11-bit filter hit", sid, kClassic, kFilter11, true},
         {"11-bit filter miss", {.id = 0x133}, kClassic, kFilter11, false},
@@ -84,22 +86,67 @@ TEST(Bus, AnIdentifierOf11BitsGoesBefore29BitsThatStartAlikeAndAfterLowerOnes) {
     EXPECT_EQ(rig.received[1].id, 0x123U);
 }
 
-TEST(Bus, ErrorCountersRiseUpToErrorPassiveFallWithFramesAndAreClearAfterAStart) {
-    Rig sender({}, kClassic, {});
+TEST(Bus, AFrameThatNobodyAcknowledgesIsRepeatedUntilSomebodyDoesOrTheChannelStops) {
+    Rig rig({}, kClassic, kListener);
+    rig.carry({});
+    EXPECT_EQ(rig.bus.errors(0).transmit, 128) << "and no more: alone it must not go bus off";
+    EXPECT_EQ(rig.bus.errors(1).receive, 128) << "it hears broken frames";
+    EXPECT_TRUE(rig.bus.next_event());
+    rig.bus.configure(1, kClassic);
+    rig.bus.advance(kStart + 2s);
+    EXPECT_EQ(rig.received.size(), 1U);
+    EXPECT_EQ(rig.bus.errors(0).transmit, 127);
+    EXPECT_EQ(rig.bus.errors(1).receive, 127);
+
+    rig.bus.configure(1, {});
+    rig.carry({});
+    rig.bus.configure(0, {});
+    rig.bus.configure(0, kClassic);
+    EXPECT_EQ(rig.bus.errors(0).logged, 0);
+    EXPECT_FALSE(rig.bus.next_event());
+}
+
+TEST(Bus, AChannelThatGetsNothingThroughDropsWhatItHasNoRoomForInsteadOfHoldingUpCommands) {
+    Rig rig({}, kClassic, kClassic);
+    const auto fill = [&rig] {
+        for (std::size_t i = 0; i < sim::kFrameMemory; ++i) {
+            EXPECT_TRUE(rig.bus.send({}, kStart));
+        }
+    };
+    fill();
+    EXPECT_TRUE(rig.bus.is_full());
+    rig.bus.advance(kStart + 10s);
+    rig.bus.configure(1, {});
+    fill();
+    rig.bus.advance(kStart + 20s);
+    EXPECT_FALSE(rig.bus.is_full());
+    EXPECT_FALSE(rig.bus.send({}, kStart));
+}
+
+TEST(Bus, AtAWrongBitRateNodesAreErrorsAndNoTrafficAndDestroyWhatIsSent) {
+    constexpr sim::BusOptions kNodes{.traffic_per_s = 100};
+    Rig receiver(kNodes, kSlow, kClassic);
+    for (auto now = kStart; now < kStart + 1s; now += 10ms) {
+        receiver.bus.advance(now);
+    }
+    EXPECT_EQ(receiver.bus.errors(0).receive, 128) << "error passive: it destroys no more";
+    EXPECT_TRUE(!receiver.received.empty() && receiver.received[0].channel == 1);
+    EXPECT_TRUE(std::ranges::all_of(receiver.received, [](auto& f) { return f.channel == 1; }));
+    EXPECT_EQ(receiver.bus.errors(1).receive, 0);
+
+    Rig sender({.nodes = 1}, kSlow, {});
     sender.carry({});
-    EXPECT_EQ(sender.bus.errors(0).transmit, 128);
-    sender.bus.configure(1, kClassic);
-    sender.carry({});
-    EXPECT_EQ(sender.bus.errors(0).transmit, 127) << "the first frame is given up";
+    EXPECT_TRUE(sender.bus.errors(0).bus_off);
+    EXPECT_FALSE(sender.bus.send({}, kStart));
     sender.bus.configure(0, {});
     sender.bus.configure(0, kClassic);
-    EXPECT_EQ(sender.bus.errors(0).logged, 0);
+    EXPECT_TRUE(sender.bus.send({}, kStart));
+    EXPECT_FALSE(sender.bus.errors(0).bus_off);
 
-    Rig receiver({.nodes = 1}, kFd, kClassic);
-    receiver.carry({.fd = true});
-    EXPECT_EQ(receiver.bus.errors(1).receive, 1);
-    receiver.carry({});
-    EXPECT_EQ(receiver.bus.errors(1).receive, 0);
+    Rig listener({.nodes = 1}, kFd, {.started = true, .listen = true});
+    listener.carry({.fd = true});
+    EXPECT_EQ(listener.bus.errors(0).logged, 0) << "only listening, it destroys nothing";
+    EXPECT_EQ(listener.bus.errors(1).receive, 9);
 }
 
 TEST(Outgoing, AFaultDelaysCutsOrGarnishesWhatIsSent) {
