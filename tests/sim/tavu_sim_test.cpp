@@ -34,6 +34,17 @@ TEST(TavuSim, ExplainsBadArgumentsAndElseEndsAsItsProgramEndsWithAReportIfAsked)
         {"-c $FIFO -- /bin/sh -c 'kill -KILL $PPID'", 128 + SIGKILL, ""},  // leaves the FIFO
         {"-c $FIFO -- /bin/sh -c 'echo stop x >$FIFO; sleep 0.3'", 0, "unknown command: 'stop x'"},
         {"--fault mute", 2, "unknown fault: 'mute'"},
+        {"-f ttyACM1=silent", 2, "fault for a port that is not simulated: 'ttyACM1'"},
+        {"--firmware 3.10", 2, "firmware is not of the form 03.10: '3.10'"},
+        {"--build 12G4", 2, "build identifier is not four hexadecimal digits: '12G4'"},
+        {"--pair", 2, "a pair needs two ports, given: '1'"},
+        {"--nodes 1.5", 2, "nodes is not a whole number from 0 to 100: '1.5'"},
+        {"--traffic inf", 2, "traffic is not a number of frames per second: 'inf'"},
+        {"--node-rate 500/20", 2, "node rate is not of the form 500 or 500/2: '500/20'"},
+        {"--help", 0, "unplugged   is not there (plug it in with --control)"},
+        {"--version", 0, "tavu-sim "},
+        {"& sleep 0.3; kill $!; wait $!", 0, "ttyACM0 /dev/pts/"},
+        {"--linked-shim -- /bin/sh -c 'test -z \"$LD_PRELOAD\"'", 0, ""},
         {"--device /dev/null -- /bin/true", 125, "/dev/null: Inappropriate ioctl"},
         {"-- /bin/sh -c 'exit 3'", 3, ""},
         {"-- /bin/sh -c 'kill -TERM $PPID; exec sleep 20'", 128 + SIGTERM, ""},  // passed on
@@ -50,6 +61,44 @@ echo unplug ttyACM0 >$FIFO; while (exec 4<>/dev/ttyACM0) 2>/dev/null; do :; done
         EXPECT_EQ(ended_with, status) << arguments;
         EXPECT_THAT(output, HasSubstr(message)) << arguments;
     }
+}
+
+// What a shell at the other end of the line reads after the commands, in hexadecimal.
+std::string conversation(const std::string& options, const std::string& script) {
+    return tavu_sim(options + R"( -c $FIFO -- /bin/bash -c 'exec 3<>/dev/ttyACM0
+show() { head -c $1 <&3 | od -An -v -tx1 -w80; }
+)" + script + "'")
+        .second;
+}
+
+TEST(TavuSim, OptionsAndControlLinesReachTheModule) {
+    setenv("FIFO", (testing::TempDir() + "lines-" + std::to_string(getpid())).c_str(), 1);
+    EXPECT_EQ(
+        conversation("--pair -p ttyACM0 -p ttyACM1 --build ABCD",
+                     R"(printf "55\r\n66\r\nMM\r\n" >&3; show 29)"),
+        " 35 00 05 10 4a 0d 0a 36 00 ab cd ae 0d 0a 4d 00 00 00 00 53 49 4d 30 30 30 30 31 27 0d"
+        "\n");
+    EXPECT_THAT(
+        conversation("--stamp --firmware 02.00", R"(
+printf "8\xff\x37\r\na\1\1c\r\n" >&3; show 10
+for line in "frame ttyACM0 1 123 11 22" "frame ttyACM0 2 1FFFFFFF ext rtr" "rom-error ttyACM0" \
+    "send ttyACM0 AB CD" "frame ttyACM0 3 1" "send ttyACM0 A" "traffic ttyACM0 x" "plug ttyS1" \
+    "fault ttyACM0 x" "report $FIFO.report"; do echo $line; done >$FIFO
+show 69 | sed -E "s/( e2 ..)( ..){8}/\1/g"; until cat $FIFO.report; do sleep 0.1; done; rm $FIFO.report)"),
+        testing::AllOf(HasSubstr("\n e2 21 00 00 01 23 11 22 00 00 00 00 00 00"),
+                       HasSubstr(" e2 0e 1f ff ff ff 00 00 00 00 00 00 00 00"),
+                       HasSubstr(" 99 01 00 00 00 00 00 00 00 00 00 00 00 00 9a 0d 0a ab cd\n"),
+                       HasSubstr("no frame: 'frame ttyACM0 3 1'"),
+                       HasSubstr("no hexadecimal bytes: 'send ttyACM0 A'"),
+                       HasSubstr("no number of frames per second: 'traffic ttyACM0 x'"),
+                       HasSubstr("no such port: 'plug ttyS1'"),
+                       HasSubstr("unknown fault: 'fault ttyACM0 x'"),
+                       HasSubstr("\nttyACM0.can2.reports=1\n")));
+    EXPECT_THAT(conversation("--nodes 1 --node-rate 250", R"(
+printf "8\x02\x3a\r\na\1\0b\r\n" >&3; show 10; echo traffic ttyACM0 100 >$FIFO; show 17)"),
+                HasSubstr("\n 99 02 00 00 00 01 09 00 "));
+    EXPECT_EQ(conversation("--flood", R"(printf "a\1\1c\r\n" >&3; head -c 100000 <&3 | wc -c)"),
+              "100000\n");
 }
 
 }  // namespace
