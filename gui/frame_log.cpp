@@ -5,6 +5,7 @@
 #include "gui/frame_log.h"
 
 #include "gui/bus_status.h"
+#include "gui/module_watch.h"
 #include "gui/widgets.h"
 
 #include "service/apipart.h"
@@ -334,4 +335,5 @@ void btn_clear_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     wipe_pending = false;
     counts.clear();
     show_counts();
+    losses_begin();
 }

@@ -7,6 +7,8 @@
 #include "gui/bus_status.h"
 #include "gui/connection_panel.h"
 #include "gui/data_editor.h"
+#include "gui/module_watch.h"
+#include "gui/notice_bar.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
 #include "gui/status_log.h"
@@ -30,6 +32,7 @@ constexpr int kMinHeight_px = 600;
 constexpr guint kDisplayPeriod_ms = 1;
 
 guint display_timer = 0;
+guint watch_timer = 0;
 
 // Path of a file of the program: in the folder that the installed command names, which leaves the
 // user where they were, else in the working directory.
@@ -73,6 +76,7 @@ void show_no_module() {
     clear_log();
     insert_log("No TAVU device !");
     gtk_widget_set_sensitive(cd_info.btn_cnnt, FALSE);
+    notice_show(Notice::no_module, no_module_reason());
 }
 
 }  // namespace
@@ -91,12 +95,14 @@ void start_up(int* argc, char*** argv) {
     ss_init();
     bs_init();
     ed_init();
+    nb_init();
     main_init();
     release_builders();
     if (module_cnt == 0) {
         show_no_module();
     }
     display_timer = g_timeout_add(kDisplayPeriod_ms, update_BS_frame, nullptr);
+    watch_timer = g_timeout_add(kWatchPeriod_ms, watch_module, nullptr);
     gtk_widget_show_all(windows->main_window);
 }
 
@@ -128,8 +134,9 @@ void main_init() {
 }
 
 void destroy(GtkWidget* /*widget*/, gpointer /*user_data*/) {
-    // The timer may be due in the very iteration that takes the labels away.
+    // A timer may be due in the very iteration that takes the labels away.
     g_source_remove(display_timer);
+    g_source_remove(watch_timer);
     if (is_connect) {
         CAN_CNNT_INFO info{};
         info.is_discnnt = true;

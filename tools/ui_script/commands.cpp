@@ -193,6 +193,18 @@ Outcome wait(Step& step) {
                       step.words[1] + " is " + quoted(found) + ", not " + quoted(step.words[2]));
 }
 
+Outcome wait_text(Step& step) {
+    const std::string found = text(step.words[1]);
+    return wait_until(
+        step, found.find(step.words[2]) != std::string::npos, number<double>(step.words[3]),
+        step.words[1] + " is " + quoted(found) + ", without " + quoted(step.words[2]));
+}
+
+Outcome wait_hidden(Step& step) {
+    return wait_until(step, gtk_widget_get_mapped(widget(step.words[1])) == FALSE,
+                      number<double>(step.words[2]), step.words[1] + " is shown");
+}
+
 Outcome wait_log(Step& step) {
     return wait_until(step, any_row_contains(tree_view("Log_treeview"), step.words[1]),
                       number<double>(step.words[2]),
@@ -264,6 +276,22 @@ Outcome size(Step& step) {
 Outcome sleep_for(Step& step) {
     const bool is_over = elapsed_s(step) * 1000 >= number<double>(step.words[1]);
     return is_over ? Outcome::done : Outcome::again;
+}
+
+Outcome hold(Step& step) {
+    g_usleep(number<gulong>(step.words[1]) * 1000);
+    return Outcome::done;
+}
+
+Outcome tell(Step& step) {
+    const std::string path = output_path(step.words[1]);
+    std::FILE* file = std::fopen(path.c_str(), "a");
+    if (file == nullptr) {
+        fail("cannot write " + path);
+    }
+    std::fprintf(file, "%s\n", step.words[2].c_str());
+    std::fclose(file);
+    return Outcome::done;
 }
 
 void press_response(GtkWidget* dialog, int response) {
@@ -338,6 +366,10 @@ constexpr Command kCommands[] = {
     {"expect", 2, 2, expect},
     {"expect-sensitive", 2, 2, expect_sensitive},
     {"wait", 3, 3, wait},
+    {"wait-text", 3, 3, wait_text},
+    {"wait-hidden", 2, 2, wait_hidden},
+    {"hold", 1, 1, hold},
+    {"tell", 2, 2, tell},
     {"wait-log", 2, 2, wait_log},
     {"print", 1, 1, print},
     {"rows", 1, 1, rows},

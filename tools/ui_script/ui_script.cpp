@@ -17,6 +17,8 @@
 //   expect ID TEXT              compares a text now; text_of in widgets.h says what counts as text
 //   expect-sensitive ID on|off  compares a widget's sensitivity now
 //   wait ID TEXT SECONDS        until the text is TEXT or, for >=N, a number of at least N
+//   wait-text ID TEXT SECONDS   until the text contains TEXT
+//   wait-hidden ID SECONDS      until the widget is not shown
 //   wait-log TEXT SECONDS       until a line of the status log contains TEXT
 //   print ID                    writes "ID=text" to standard output
 //   rows ID                     writes "ID=number of rows" of a tree view
@@ -24,6 +26,8 @@
 //   screenshot FILE [ID]        writes the main window or the one named, once it has been redrawn
 //   size W H                    resizes the main window
 //   sleep MS                    waits
+//   hold MS                     keeps the program from doing anything
+//   tell FILE TEXT              adds a line to a file, such as the control FIFO of tavu-sim
 //   respond ID RESPONSE         presses the dialog's button with that response id; -4 closes it
 //   choose-file PATH            names a file in the open file chooser and confirms it
 //   close                       closes the main window as a user would
