@@ -64,4 +64,14 @@ TEST_F(Notices, WithoutAModuleTheReasonOfEachPortIsTold) {
         "shift; exec \"$@\"' sh");
 }
 
+TEST_F(Notices, APortThatVanishesDuringTheSearchOrBeforeConnectIsTold) {
+    play(
+        "wait-window search_window 5\ntell control 'unplug ttyACM0'\nwait-window main_window 30\n"
+        "rows Log_treeview\nexpect SerialPort_cbox ttyUSB1\ntell control 'unplug ttyUSB1'\n"
+        "sleep 200\nclick Connect_btn\nwait-log \"Connect device failed !\" 5\n"
+        "wait-text notice_label 'ttyUSB1: there is no such device' 1\n",
+        "-p ttyUSB1 -p ttyACM0");
+    EXPECT_THAT(output, testing::HasSubstr("Log_treeview=0"));
+}
+
 }  // namespace
