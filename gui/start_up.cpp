@@ -9,6 +9,7 @@
 #include "gui/data_editor.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
+#include "gui/shortcuts.h"
 #include "gui/status_log.h"
 #include "gui/version.h"
 #include "gui/widgets.h"
@@ -92,6 +93,7 @@ void start_up(int* argc, char*** argv) {
     bs_init();
     ed_init();
     main_init();
+    shortcuts_init();
     release_builders();
     if (module_cnt == 0) {
         show_no_module();
