@@ -15,6 +15,7 @@
 #include "gui/key_filter.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
+#include "gui/shortcuts.h"
 #include "gui/start_up.h"
 #include "gui/status_log.h"
 #include "gui/widgets.h"

@@ -11,6 +11,7 @@
 #include "gui/notice_bar.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
+#include "gui/shortcuts.h"
 #include "gui/status_log.h"
 #include "gui/version.h"
 #include "gui/widgets.h"
@@ -97,6 +98,7 @@ void start_up(int* argc, char*** argv) {
     ed_init();
     nb_init();
     main_init();
+    shortcuts_init();
     release_builders();
     if (module_cnt == 0) {
         show_no_module();
