@@ -11,6 +11,7 @@
 #include "gui/config_dialogs.h"
 #include "gui/connection_panel.h"
 #include "gui/data_editor.h"
+#include "gui/data_rates.h"
 #include "gui/frame_log.h"
 #include "gui/key_filter.h"
 #include "gui/send_panel.h"
