@@ -14,6 +14,7 @@
 #include "gui/data_rates.h"
 #include "gui/frame_log.h"
 #include "gui/key_filter.h"
+#include "gui/panel_fold.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
 #include "gui/start_up.h"
