@@ -10,6 +10,7 @@
 #include "gui/busy_pointer.h"
 #include "gui/config_dialogs.h"
 #include "gui/connection_panel.h"
+#include "gui/cross_mark.h"
 #include "gui/data_editor.h"
 #include "gui/data_rates.h"
 #include "gui/frame_log.h"

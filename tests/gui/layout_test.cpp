@@ -215,3 +215,29 @@ TEST_F(Layout, ReportsLeaveTheirColumnsAsWideAsThePlaceholders) {
     EXPECT_EQ(width_px[0], width_px[1]);
     set_err_str(TAVU_DIS_ALL);
 }
+
+// The toolkit's boxes show the number of the character that no font has, so two of them differ.
+TEST_F(Layout, SignThatNoFontHasIsDrawnAsACross) {
+    GtkWidget* label = bs_info.label_content[BS_LABEL_EE_C];
+    std::array<std::vector<unsigned char>, 3> pictures;
+    auto picture = pictures.begin();
+    for (const char* text : {"\U000F1234", "\U000F5678", "○"}) {
+        gtk_label_set_text(GTK_LABEL(label), text);
+        GtkAllocation area;
+        gtk_widget_get_allocation(label, &area);
+        gtk_widget_get_preferred_size(label, nullptr, nullptr);
+        gtk_widget_size_allocate(label, &area);
+        cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_A8, 64, 64);
+        cairo_t* cairo = cairo_create(surface);
+        gtk_widget_draw(label, cairo);
+        cairo_surface_flush(surface);
+        const unsigned char* bytes = cairo_image_surface_get_data(surface);
+        picture++->assign(bytes, bytes + 64 * cairo_image_surface_get_stride(surface));
+        cairo_destroy(cairo);
+        cairo_surface_destroy(surface);
+    }
+    EXPECT_EQ(pictures[0], pictures[1]);
+    EXPECT_NE(pictures[0], pictures[2]);
+    EXPECT_GT(std::ranges::count(pictures[0], 0xFF), 10);  // and there is something
+    set_err_str(TAVU_DIS_ALL);
+}
