@@ -42,6 +42,9 @@ void show_entries(int length) {
     for (int i = 0; i < kPayloadMax; ++i) {
         gtk_widget_set_visible(ed_info.ety_d[i], i < length ? TRUE : FALSE);
     }
+    for (GtkWidget* button : {ed_info.fill_btn, ed_info.clear_btn}) {
+        gtk_widget_set_sensitive(button, length > 0 ? TRUE : FALSE);
+    }
 }
 
 void show_dialog(GtkWindow* dialog) {

@@ -37,6 +37,9 @@ TEST_F(DataEditor, FilledBytesReachThePayloadAndThePanelUpToTheLength) {
     edit(1, ed_info.fill_btn, kConfirm);
     EXPECT_EQ(shown({ed_info.ety_d[0], ed_info.ety_d[1]}), "00 | hidden");
     EXPECT_EQ(Bytes(&g_data[0], &g_data[2]), (Bytes{0, 0xEE}));
+    EXPECT_EQ(shown({ed_info.fill_btn, ed_info.clear_btn}), "Fill | Clear");
+    edit(0, ed_info.fill_btn, kConfirm);
+    EXPECT_EQ(shown({ed_info.fill_btn, ed_info.clear_btn}), "(Fill) | (Clear)");
 }
 
 TEST_F(DataEditor, ReturnInAnEntryTakesTheBytesOverAndEscapeDropsThem) {
