@@ -69,6 +69,9 @@ void shortcuts_init() {
         name_in_tooltip(*shortcut.button, key, modifiers);
     }
     gtk_window_add_accel_group(GTK_WINDOW(windows->main_window), group.get());
+    // The window has known its keys since the main loop ran for the port search, and would learn of
+    // these only when it is idle.
+    g_signal_emit_by_name(windows->main_window, "keys-changed");
     for (const char* signal : {"key-release-event", "focus-out-event"}) {
         g_signal_connect(windows->main_window, signal, G_CALLBACK(forget_held), nullptr);
     }

@@ -25,8 +25,9 @@ std::string name_of(GtkWidget* control) {
 // hands the focus on.
 void add_nameless(GtkWidget* widget, gpointer data) {
     const bool is_combo = GTK_IS_COMBO_BOX(widget) != FALSE;
-    const bool is_control =
-        is_combo || (gtk_widget_get_can_focus(widget) != FALSE && !GTK_IS_SCROLLED_WINDOW(widget));
+    const bool is_control = gtk_widget_get_visible(widget) != FALSE &&
+                            (is_combo || (gtk_widget_get_can_focus(widget) != FALSE &&
+                                          !GTK_IS_SCROLLED_WINDOW(widget)));
     if (is_control && name_of(widget).empty()) {
         const char* id = gtk_buildable_get_name(GTK_BUILDABLE(widget));
         static_cast<Lines*>(data)->push_back(id == nullptr ? G_OBJECT_TYPE_NAME(widget) : id);
