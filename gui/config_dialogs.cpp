@@ -6,6 +6,7 @@
 
 #include "gui/application.h"
 #include "gui/busy_pointer.h"
+#include "gui/module_watch.h"
 #include "gui/settings_panel.h"
 #include "gui/status_log.h"
 #include "gui/widgets.h"
@@ -70,6 +71,7 @@ void btn_export_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     {
         const BusyPointer busy;
         set_config();
+        notice_refused_settings(procCanSetFailed());
     }
     const Answer answer = ask_for_file(kSave);
     if (!answer.accepted) {

@@ -1,6 +1,5 @@
 // gui/connection_panel.cpp - user interface: port search, connect and start, and the enabling rule.
-// Uses the widgets of every panel that it enables, service/apipart.h, lib/lib_tavu_2.h (the port
-// search opens and closes).
+// Uses the widgets of every panel that it enables, gui/port_search.h, service/apipart.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "gui/connection_panel.h"
@@ -8,6 +7,9 @@
 #include "gui/application.h"
 #include "gui/bus_status.h"
 #include "gui/busy_pointer.h"
+#include "gui/module_watch.h"
+#include "gui/notice_bar.h"
+#include "gui/port_search.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
 #include "gui/status_log.h"
@@ -155,6 +157,10 @@ void disconnect_module() {
         set_label(label, "");
     }
     log_result("Disconnect device successfully !");
+    for (const Notice kind :
+         {Notice::gone, Notice::connect, Notice::start, Notice::settings, Notice::losses}) {
+        notice_hide(kind);
+    }
     is_connect = false;
     is_active = false;
     set_button(cd_info.btn_start, "Start CAN");
@@ -177,13 +183,16 @@ void connect_module() {
     CAN_CNNT_INFO info{};
     switch (procConnect(com_port, &info)) {
         case 0:
+            notice_hide(Notice::connect);
             show_connected(info);
             break;
         case 1:
             log_result("Connect device failed !");
+            notice_show(Notice::connect, port_reason(com_port));
             break;
         case 2:
             log_result("Get version failed !");
+            notice_show(Notice::connect, port_reason(com_port));
             break;
         default:
             break;
@@ -194,6 +203,7 @@ void stop_controller() {
     set_err_str(TAVU_DIS_ALL);
     procInitial(com_port, false);
     clear_log();
+    notice_hide(Notice::start);
     set_label(cd_info.label[CD_LABEL_EN_DIS], "CAN: Inactive");
     set_button(cd_info.btn_start, "Start CAN");
     is_active = false;
@@ -202,7 +212,15 @@ void stop_controller() {
 
 void start_controller() {
     set_config();
-    procInitial(com_port, true);
+    notice_refused_settings(procCanSetFailed());
+    if (procInitial(com_port, true) == TAVU_SUCCESS) {
+        notice_hide(Notice::start);
+    } else {
+        notice_show(Notice::start,
+                    "The module did not confirm the start; its channels may not run. Press Stop "
+                    "CAN, then Start CAN.");
+    }
+    losses_begin();
     set_err_str(selected_error_type());
     set_label(cd_info.label[CD_LABEL_EN_DIS], "CAN: Active");
     set_button(cd_info.btn_start, "Stop CAN");
@@ -261,11 +279,8 @@ int search_com() {
     cd_info.now = nullptr;
     cd_info.pre = nullptr;
     int found = 0;
-    for (int port = 0; port < TAVU_PORT_CNT; ++port) {
-        if (TAVUOpenDevice(port) == 0) {
-            append_node(port, found++);
-            TAVUCloseDevice(port);
-        }
+    for (const int port : ports_with_module()) {
+        append_node(port, found++);
     }
     return found;
 }

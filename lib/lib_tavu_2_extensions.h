@@ -54,6 +54,37 @@ TAVU_API const char* TAVUPortName(int com_port);
 /* Port number of a device path, or of its name alone, "ttyACM0"; -1 for a null or any other. */
 TAVU_API int TAVUPortNumber(const char* name);
 
+/* ---- State of a port ---- */
+
+/* Results of TAVUPortState. */
+enum {
+    TAVU_PORT_ABSENT = 0, /* no such device, or no such port number */
+    TAVU_PORT_FREE = 1, /* may be opened; whether a module answers only TAVUOpenDevice finds out */
+    TAVU_PORT_DENIED = 2, /* this user may not open it; `who`: the group that may */
+    TAVU_PORT_HELD = 3,   /* another program, or process, holds it; `who`: its name */
+    TAVU_PORT_FAULTY = 4, /* it cannot be opened; `who`: what the system says */
+    TAVU_PORT_OPEN = 5,   /* open here */
+    TAVU_PORT_GONE = 6    /* open here, but the module is gone: close the port */
+};
+
+enum { TAVU_WHO_SIZE = 32 };
+
+/*
+ * Tells why a port can or cannot be used, at once and without an exchange with a module. A port that
+ * is not open here is opened for a moment, which raises its modem lines; its settings stay. `who`,
+ * which may be null, has room for TAVU_WHO_SIZE characters and gets a text, empty when the system
+ * does not tell.
+ */
+TAVU_API int TAVUPortState(int com_port, char* who);
+
+enum { TAVU_REASON_SIZE = 128 };
+
+/*
+ * The same in words for a message: why no module can be reached on the port, and what to do about
+ * it; of a free port that no module answers. `text` has room for TAVU_REASON_SIZE characters.
+ */
+TAVU_API void TAVUPortReason(int com_port, char* text);
+
 /* ---- Waiting ---- */
 
 /* Third result of TAVUWaitReceive. */

@@ -68,6 +68,18 @@ int procError(int com_port, int type);
 // filters. Reads the configuration back without showing it.
 int procCanSet(int com_port, CAN_SET_INFO* info);
 
+// Steps of procCanSet, as bits.
+enum {
+    CAN_SET_FD = 1,
+    CAN_SET_MODE = 2,
+    CAN_SET_BAUD = 4,
+    CAN_SET_FILTER_1 = 8,
+    CAN_SET_FILTER_2 = 16
+};
+
+// Which steps failed when procCanSet last ran; that of CAN FD, which its result leaves out, too.
+int procCanSetFailed();
+
 // Exports the module's configuration to a file, or imports it from one; after an import that
 // succeeded the configuration is read back and shown. Result of the export or import.
 int procCfg(int com_port, char* file_name, bool is_imp);

@@ -68,6 +68,14 @@ int connect(int com_port, CAN_CNNT_INFO* info) {
     return CONNECT_DONE;
 }
 
+// See procCanSetFailed.
+int failed_steps = 0;
+
+int step_note(int step, int result) {
+    failed_steps |= result == TAVU_SUCCESS ? 0 : step;
+    return result;
+}
+
 int filter_apply(int com_port, int can_port, const CAN_SET_INFO& info) {
     return info.is_filt ? TAVUSetFilter(com_port, info.filt_info)
                         : TAVUClearFilter(com_port, can_port);
@@ -105,20 +113,27 @@ int procCanSet(int com_port, CAN_SET_INFO* info) {
     const CAN_SET_INFO& can1 = info[TAVU_CAN_1];
     const CAN_SET_INFO& can2 = info[TAVU_CAN_2];
     const bool is_fd = upui_info.device_type == kFdDevice;
+    failed_steps = 0;
     if (is_fd) {
-        TAVUSetCFG_CANFD(com_port, {.CAN1_DataRate = static_cast<unsigned char>(can1.Dbaud),
-                                    .CAN1_FDF_EN = can1.fdf,
-                                    .CAN2_DataRate = static_cast<unsigned char>(can2.Dbaud),
-                                    .CAN2_FDF_EN = can2.fdf});
+        step_note(
+            CAN_SET_FD,
+            TAVUSetCFG_CANFD(com_port, {.CAN1_DataRate = static_cast<unsigned char>(can1.Dbaud),
+                                        .CAN1_FDF_EN = can1.fdf,
+                                        .CAN2_DataRate = static_cast<unsigned char>(can2.Dbaud),
+                                        .CAN2_FDF_EN = can2.fdf}));
     }
-    int failures = TAVUSetMode(com_port, can1.mode, can2.mode);
-    failures += TAVUSetBaudRate(com_port, can1.baud, can2.baud);
-    failures += filter_apply(com_port, TAVU_CAN_1, can1);
-    failures += filter_apply(com_port, TAVU_CAN_2, can2);
+    int failures = step_note(CAN_SET_MODE, TAVUSetMode(com_port, can1.mode, can2.mode));
+    failures += step_note(CAN_SET_BAUD, TAVUSetBaudRate(com_port, can1.baud, can2.baud));
+    failures += step_note(CAN_SET_FILTER_1, filter_apply(com_port, TAVU_CAN_1, can1));
+    failures += step_note(CAN_SET_FILTER_2, filter_apply(com_port, TAVU_CAN_2, can2));
     if (is_fd) {
         configuration_read_back(com_port);
     }
     return failures;
+}
+
+int procCanSetFailed() {
+    return failed_steps;
 }
 
 int procCfg(int com_port, char* file_name, bool is_imp) {

@@ -85,4 +85,10 @@ ModemLines Connector::lines() const {
     return {(lines & TIOCM_DTR) != 0, (lines & TIOCM_RTS) != 0};
 }
 
+void Connector::set_denied(bool denied) {
+    if (registration_) {
+        registration_->port().denied = denied ? 1 : 0;
+    }
+}
+
 }  // namespace sim

@@ -57,6 +57,8 @@ class Connector {
     // The module's end, none while unplugged.
     [[nodiscard]] const Link* link() const { return link_.get(); }
     [[nodiscard]] ModemLines lines() const;
+    // Whether programs may open the device path; a serial device is not ours to lock up.
+    void set_denied(bool denied);
 
   private:
     void open();

@@ -38,6 +38,7 @@ constexpr std::array<FaultRow, kFaultCnt> kFaults{{
     {Fault::garbage, "garbage", "sends rubbish between its reports"},
     {Fault::truncating, "truncating", "ends every tenth report half-way"},
     {Fault::deaf, "deaf", "never reads what it is sent"},
+    {Fault::denied, "denied", "may not be opened by anybody"},
 }};
 
 constexpr bool faults_are_complete() {

@@ -25,6 +25,7 @@ enum class Fault {
     garbage,     // three bytes that start no report before every tenth report
     truncating,  // ends every tenth report half-way and is quiet for a moment
     deaf,        // never drains its input
+    denied,      // works, but its device may not be opened
     kEnd
 };
 inline constexpr std::size_t kFaultCnt = static_cast<std::size_t>(Fault::kEnd);

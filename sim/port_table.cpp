@@ -145,6 +145,7 @@ PortSlot* claim_port(const std::string& device) {
     if (port == nullptr || port->served.exchange(1) != 0) {
         return nullptr;
     }
+    port->denied = 0;
     port->lines = 0;
     port->framing = 0;
     return port;

@@ -25,6 +25,7 @@ struct PortSlot {
     char device[28];
     std::atomic<std::uint32_t> served;   // 1 while a station serves the path
     std::atomic<std::uint32_t> pty;      // number below /dev/pts plus one; 0 = unplugged
+    std::atomic<std::uint32_t> denied;   // 1: nobody may open it
     std::atomic<std::uint32_t> lines;    // TIOCM_ bits as the host last set them
     std::atomic<std::uint32_t> framing;  // c_cflag as the host last set it; 0 = never
 };

@@ -133,6 +133,10 @@ int open_through(const char* path, Real real) {
         errno = ENOENT;
         return -1;
     }
+    if (port->denied.load() != 0) {
+        errno = EACCES;
+        return -1;
+    }
     if (const std::optional<CallFault> fault = take_fault(Call::open)) {
         errno = fault->error;
         return -1;

@@ -364,6 +364,7 @@ bool Station::wait_drained(std::chrono::milliseconds limit) const {
 void Station::set_fault(Fault fault) {
     const std::lock_guard lock(impl_->mutex);
     impl_->fault = fault;
+    impl_->connector.set_denied(fault == Fault::denied);
     impl_->outgoing.set_fault(fault);
     impl_->wake();
 }

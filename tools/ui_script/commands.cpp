@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -164,6 +165,47 @@ Outcome type(Step& step) {
     return Outcome::done;
 }
 
+// Sends one key and waits until the program has taken its events off the queue; true from then on.
+bool key_arrived(Step& step, const std::string& name) {
+    if (step.mark < 0) {
+        if (g_getenv("GDK_CORE_DEVICE_EVENTS") == nullptr) {
+            fail("keys want GDK_CORE_DEVICE_EVENTS=1 in the environment");
+        }
+        guint key = 0;
+        GdkModifierType modifiers{};
+        gtk_accelerator_parse(name.c_str(), &key, &modifiers);
+        if (key == 0) {
+            fail(quoted(name) + " is no key");
+        }
+        if (!send_key(key, modifiers)) {
+            fail("no window takes keys");
+        }
+        step.mark = 0;
+        return false;
+    }
+    return gdk_events_pending() == FALSE;
+}
+
+Outcome key(Step& step) {
+    if (!key_arrived(step, step.words[1])) {
+        return wait_until(step, false, kDefaultLimit_s, "the key is not taken");
+    }
+    step.mark = -1;
+    step.words.erase(step.words.begin() + 1);
+    return step.words.size() > 1 ? Outcome::again : Outcome::done;
+}
+
+Outcome tab_to(Step& step) {
+    GtkWidget* wanted = widget(step.words[1]);
+    if (step.mark < 0 && has_focus(wanted)) {
+        return Outcome::done;
+    }
+    if (key_arrived(step, "Tab")) {
+        step.mark = -1;
+    }
+    return wait_until(step, false, kDefaultLimit_s, "Tab does not reach " + step.words[1]);
+}
+
 Outcome expect(Step& step) {
     if (text(step.words[1]) != step.words[2]) {
         fail(step.words[1] + " is " + quoted(text(step.words[1])) + ", not " +
@@ -191,6 +233,18 @@ Outcome wait(Step& step) {
     const std::string found = text(step.words[1]);
     return wait_until(step, text_matches(found, step.words[2]), number<double>(step.words[3]),
                       step.words[1] + " is " + quoted(found) + ", not " + quoted(step.words[2]));
+}
+
+Outcome wait_text(Step& step) {
+    const std::string found = text(step.words[1]);
+    return wait_until(
+        step, found.find(step.words[2]) != std::string::npos, number<double>(step.words[3]),
+        step.words[1] + " is " + quoted(found) + ", without " + quoted(step.words[2]));
+}
+
+Outcome wait_hidden(Step& step) {
+    return wait_until(step, gtk_widget_get_mapped(widget(step.words[1])) == FALSE,
+                      number<double>(step.words[2]), step.words[1] + " is shown");
 }
 
 Outcome wait_log(Step& step) {
@@ -266,6 +320,22 @@ Outcome sleep_for(Step& step) {
     return is_over ? Outcome::done : Outcome::again;
 }
 
+Outcome hold(Step& step) {
+    g_usleep(number<gulong>(step.words[1]) * 1000);
+    return Outcome::done;
+}
+
+Outcome tell(Step& step) {
+    const std::string path = output_path(step.words[1]);
+    std::FILE* file = std::fopen(path.c_str(), "a");
+    if (file == nullptr) {
+        fail("cannot write " + path);
+    }
+    std::fprintf(file, "%s\n", step.words[2].c_str());
+    std::fclose(file);
+    return Outcome::done;
+}
+
 void press_response(GtkWidget* dialog, int response) {
     GtkWidget* button = gtk_dialog_get_widget_for_response(GTK_DIALOG(dialog), response);
     if (button == nullptr) {
@@ -329,15 +399,23 @@ Outcome quit_code(Step& step) {
     end_program(number<int>(step.words[1]));
 }
 
+constexpr size_t kAnyNumber = SIZE_MAX;
+
 constexpr Command kCommands[] = {
     {"wait-window", 2, 2, wait_window},
     {"click", 1, 1, click},
     {"toggle", 2, 2, toggle},
     {"select", 2, 2, select},
     {"type", 2, 2, type},
+    {"key", 1, kAnyNumber, key},
+    {"tab-to", 1, 1, tab_to},
     {"expect", 2, 2, expect},
     {"expect-sensitive", 2, 2, expect_sensitive},
     {"wait", 3, 3, wait},
+    {"wait-text", 3, 3, wait_text},
+    {"wait-hidden", 2, 2, wait_hidden},
+    {"hold", 1, 1, hold},
+    {"tell", 2, 2, tell},
     {"wait-log", 2, 2, wait_log},
     {"print", 1, 1, print},
     {"rows", 1, 1, rows},

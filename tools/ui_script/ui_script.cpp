@@ -14,9 +14,13 @@
 //   toggle ID on|off            clicks a check box that is in the other state
 //   select ID TEXT              selects a combo's row
 //   type ID TEXT                empties an entry and types into it, key by key, as key filters want
+//   key NAME...                 presses keys in the window that has the keyboard: F2, a, <Alt>n, Tab
+//   tab-to ID                   presses Tab until the widget has the focus
 //   expect ID TEXT              compares a text now; text_of in widgets.h says what counts as text
 //   expect-sensitive ID on|off  compares a widget's sensitivity now
 //   wait ID TEXT SECONDS        until the text is TEXT or, for >=N, a number of at least N
+//   wait-text ID TEXT SECONDS   until the text contains TEXT
+//   wait-hidden ID SECONDS      until the widget is not shown
 //   wait-log TEXT SECONDS       until a line of the status log contains TEXT
 //   print ID                    writes "ID=text" to standard output
 //   rows ID                     writes "ID=number of rows" of a tree view
@@ -24,16 +28,19 @@
 //   screenshot FILE [ID]        writes the main window or the one named, once it has been redrawn
 //   size W H                    resizes the main window
 //   sleep MS                    waits
+//   hold MS                     keeps the program from doing anything
+//   tell FILE TEXT              adds a line to a file, such as the control FIFO of tavu-sim
 //   respond ID RESPONSE         presses the dialog's button with that response id; -4 closes it
 //   choose-file PATH            names a file in the open file chooser and confirms it
 //   close                       closes the main window as a user would
 //   quit-code N                 ends the program at once with exit status N
 // clang-format on
 //
-// Relative FILE and PATH start from the directory UI_SCRIPT_OUT when it is set. Animations are
-// switched off, so that a screenshot shows a settled state. A step that fails, and a program that
-// ends before the last step, print "ui_script: line N: reason" to standard error and give exit
-// status 70.
+// The keys of key and tab-to go through the display as a user's do; windows take them only if the
+// program was started with GDK_CORE_DEVICE_EVENTS=1 in its environment. Relative FILE and PATH start
+// from the directory UI_SCRIPT_OUT when it is set. Animations are switched off, so that a screenshot
+// shows a settled state. A step that fails, and a program that ends before the last step, print
+// "ui_script: line N: reason" to standard error and give exit status 70.
 #include <gtk/gtk.h>
 
 #include <cstdlib>

@@ -1,0 +1,128 @@
+// gui/module_watch.cpp - user interface: notices a module that is gone, and losses; explains ports.
+// Uses gui/notice_bar.h, service/traffic_queues.h, lib/lib_tavu_2.h (state of a port, losses).
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "gui/module_watch.h"
+
+#include "gui/application.h"
+#include "gui/connection_panel.h"
+#include "gui/notice_bar.h"
+
+#include "service/apipart.h"
+#include "service/traffic_queues.h"
+
+#include "lib/lib_tavu_2.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace {
+
+struct LossRow {
+    std::uint64_t count;
+    const char* one;      // in words, behind the number
+    const char* several;  // the same for another number than 1
+    const char* name;     // of the counter, in the tooltip
+};
+
+std::array<LossRow, 7> loss_rows() {
+    const TRAFFIC_LOSS_INFO display = traffic_loss();
+    TAVU_LOSS_INFO line{};
+    TAVUGetLoss(&line);
+    return {{
+        {display.recv_ring_full, "frame came faster than the display could take it",
+         "frames came faster than the display could take them", "recv_ring_full"},
+        {display.send_ring_full, "sent frame is missing from the log",
+         "sent frames are missing from the log", "send_ring_full"},
+        {line.body_incomplete + line.header_short, "report of the module was damaged",
+         "reports of the module were damaged", "body_incomplete + header_short"},
+        {line.header_unknown, "report of the module was not understood",
+         "reports of the module were not understood", "header_unknown"},
+        {line.passed_over, "byte between reports was passed over",
+         "bytes between reports were passed over", "passed_over"},
+        {line.discarded, "byte gave way to a command", "bytes gave way to a command", "discarded"},
+        // The panel shows the latest report of a kind, so this is no loss that a user would miss.
+        {display.report_replaced, nullptr, nullptr, "report_replaced"},
+    }};
+}
+
+void show_losses() {
+    std::string words;
+    std::string counters;
+    for (const LossRow& row : loss_rows()) {
+        const std::string number = std::to_string(row.count);
+        counters += std::string(counters.empty() ? "" : "\n") + row.name + " = " + number;
+        if (row.count > 0 && row.one != nullptr) {
+            words += words.empty() ? "Lost: " : "; ";
+            words += number + ' ' + (row.count == 1 ? row.one : row.several);
+        }
+    }
+    if (!words.empty()) {
+        notice_show(Notice::losses, words + ". Clear begins to count anew.", counters);
+    }
+}
+
+}  // namespace
+
+gboolean watch_module(gpointer /*user_data*/) {
+    if (is_connect && TAVUPortState(com_port, nullptr) == TAVU_PORT_GONE) {
+        notice_show(Notice::gone, "The module on " + port_display_name(com_port) +
+                                      " is gone; what is sent goes nowhere. Press Disconnect, plug "
+                                      "it in, then press Connect.");
+    }
+    // Not once stopped: what a stop leaves unread is no loss.
+    if (is_active) {
+        show_losses();
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+void losses_begin() {
+    traffic_loss_reset();
+    TAVUResetLoss();
+    notice_hide(Notice::losses);
+}
+
+void notice_refused_settings(int steps) {
+    static constexpr std::array<std::pair<int, const char*>, 5> kSteps{{
+        {CAN_SET_FD, "CAN FD and data bit rates"},
+        {CAN_SET_MODE, "listen mode"},
+        {CAN_SET_BAUD, "bit rates"},
+        {CAN_SET_FILTER_1, "filter of CAN 1"},
+        {CAN_SET_FILTER_2, "filter of CAN 2"},
+    }};
+    std::string names;
+    for (const auto& [step, name] : kSteps) {
+        if ((steps & step) != 0) {
+            names += (names.empty() ? "" : ", ") + std::string(name);
+        }
+    }
+    if (names.empty()) {
+        notice_hide(Notice::settings);
+    } else {
+        notice_show(Notice::settings,
+                    "The module did not take: " + names + ". It goes on with what it had before.");
+    }
+}
+
+std::string port_reason(int com_port) {
+    std::array<char, TAVU_REASON_SIZE> reason{};
+    TAVUPortReason(com_port, reason.data());
+    return port_display_name(com_port) + ": " + reason.data() + ".";
+}
+
+std::string no_module_reason() {
+    std::string reasons;
+    for (int port = 0; port < TAVU_PORT_CNT; ++port) {
+        if (TAVUPortState(port, nullptr) != TAVU_PORT_ABSENT) {
+            reasons += '\n' + port_reason(port);
+        }
+    }
+    const std::string outcome = "No module was found";
+    return reasons.empty() ? outcome +
+                                 ": no serial device is there on which one could be. Plug "
+                                 "the module in and start the program again."
+                           : outcome + ". When this is mended, start the program again." + reasons;
+}

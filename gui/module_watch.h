@@ -1,0 +1,29 @@
+// gui/module_watch.h - user interface: notices what happens to the module without a click, and why
+// a port cannot be used.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#ifndef GUI_MODULE_WATCH_H
+#define GUI_MODULE_WATCH_H
+
+#include <glib.h>
+
+#include <string>
+
+// Timer, four times a second: notices that the open module is gone, and losses while its controller
+// is started. Always returns TRUE, so that it goes on.
+gboolean watch_module(gpointer user_data);
+inline constexpr guint kWatchPeriod_ms = 250;
+
+// Counts losses of both layers from now on, and takes back the notice of earlier ones.
+void losses_begin();
+
+// Says which settings the module did not take (bits CAN_SET_ of service/apipart.h), or takes the
+// notice back when there are none.
+void notice_refused_settings(int steps);
+
+// Why the module on a port cannot be reached and what to do, with the port's name: "ttyACM0: ...".
+std::string port_reason(int com_port);
+// The same for every port that exists, a line each, when no module was found.
+std::string no_module_reason();
+
+#endif
