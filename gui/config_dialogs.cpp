@@ -7,6 +7,7 @@
 #include "gui/application.h"
 #include "gui/busy_pointer.h"
 #include "gui/module_watch.h"
+#include "gui/notice_bar.h"
 #include "gui/settings_panel.h"
 #include "gui/status_log.h"
 #include "gui/widgets.h"
@@ -90,5 +91,8 @@ void btn_import_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     const bool fits = answer.path != nullptr &&
                       g_strlcpy(path.data(), answer.path.get(), path.size()) < path.size();
     const bool done = transfer_config(fits ? path.data() : nullptr, true);
+    if (done) {
+        notice_hide(Notice::settings);
+    }
     log_result(done ? "Import CFG successfully !" : "Import CFG failed !");
 }

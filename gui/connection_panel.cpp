@@ -188,11 +188,11 @@ void connect_module() {
             break;
         case 1:
             log_result("Connect device failed !");
-            notice_show(Notice::connect, port_reason(com_port));
+            notice_show(Notice::connect, device_name(com_port) + ": " + port_reason(com_port));
             break;
         case 2:
             log_result("Get version failed !");
-            notice_show(Notice::connect, port_reason(com_port));
+            notice_show(Notice::connect, device_name(com_port) + ": " + port_reason(com_port));
             break;
         default:
             break;
@@ -201,6 +201,7 @@ void connect_module() {
 
 void stop_controller() {
     set_err_str(TAVU_DIS_ALL);
+    show_losses();
     procInitial(com_port, false);
     clear_log();
     notice_hide(Notice::start);
@@ -228,6 +229,11 @@ void start_controller() {
     procRecv(com_port, recv_request());
     is_active = true;
     wgt_show_hide(is_connect, is_active);
+}
+
+// What was said of another port is over.
+void forget_port_notice(GtkComboBox* /*ports*/, gpointer /*user_data*/) {
+    notice_hide(Notice::connect);
 }
 
 // ---- Set-up ----
@@ -268,6 +274,7 @@ int cd_init() {
     gtk_combo_box_set_active(GTK_COMBO_BOX(cd_info.cbbox), 0);
     gtk_widget_set_focus_on_click(cd_info.btn_cnnt, FALSE);
     gtk_widget_set_focus_on_click(cd_info.btn_start, FALSE);
+    g_signal_connect(cd_info.cbbox, "changed", G_CALLBACK(forget_port_notice), nullptr);
     g_signal_connect(cd_info.btn_cnnt, "clicked", G_CALLBACK(btn_cnnt_cb), nullptr);
     g_signal_connect(cd_info.btn_start, "clicked", G_CALLBACK(btn_start_cb), nullptr);
     return module_cnt;

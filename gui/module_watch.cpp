@@ -5,18 +5,21 @@
 #include "gui/module_watch.h"
 
 #include "gui/application.h"
-#include "gui/connection_panel.h"
 #include "gui/notice_bar.h"
+#include "gui/widgets.h"
 
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
 
 #include "lib/lib_tavu_2.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -48,6 +51,14 @@ std::array<LossRow, 7> loss_rows() {
     }};
 }
 
+// Why some ports cannot be used.
+struct Reason {
+    std::string ports;
+    std::string text;
+};
+
+}  // namespace
+
 void show_losses() {
     std::string words;
     std::string counters;
@@ -64,11 +75,19 @@ void show_losses() {
     }
 }
 
+namespace {
+
+// A text from outside, which need not be UTF-8.
+std::string valid_text(const char* text) {
+    const GText valid(g_utf8_make_valid(text, -1));
+    return valid.get();
+}
+
 }  // namespace
 
 gboolean watch_module(gpointer /*user_data*/) {
     if (is_connect && TAVUPortState(com_port, nullptr) == TAVU_PORT_GONE) {
-        notice_show(Notice::gone, "The module on " + port_display_name(com_port) +
+        notice_show(Notice::gone, "The module on " + device_name(com_port) +
                                       " is gone; what is sent goes nowhere. Press Disconnect, plug "
                                       "it in, then press Connect.");
     }
@@ -107,22 +126,38 @@ void notice_refused_settings(int steps) {
     }
 }
 
+std::string device_name(int com_port) {
+    constexpr std::string_view kFolder = "/dev/";
+    return std::string(TAVUPortName(com_port)).substr(kFolder.size());
+}
+
 std::string port_reason(int com_port) {
     std::array<char, TAVU_REASON_SIZE> reason{};
     TAVUPortReason(com_port, reason.data());
-    return port_display_name(com_port) + ": " + reason.data() + ".";
+    return valid_text(reason.data()) + ".";
 }
 
 std::string no_module_reason() {
-    std::string reasons;
+    std::vector<Reason> reasons;
     for (int port = 0; port < TAVU_PORT_CNT; ++port) {
-        if (TAVUPortState(port, nullptr) != TAVU_PORT_ABSENT) {
-            reasons += '\n' + port_reason(port);
+        if (TAVUPortState(port, nullptr) == TAVU_PORT_ABSENT) {
+            continue;
+        }
+        const std::string text = port_reason(port);
+        const auto same = std::ranges::find(reasons, text, &Reason::text);
+        if (same == reasons.end()) {
+            reasons.push_back({device_name(port), text});
+        } else {
+            same->ports += ", " + device_name(port);
         }
     }
-    const std::string outcome = "No module was found";
-    return reasons.empty() ? outcome +
-                                 ": no serial device is there on which one could be. Plug "
-                                 "the module in and start the program again."
-                           : outcome + ". When this is mended, start the program again." + reasons;
+    if (reasons.empty()) {
+        return "No module was found: no serial device is there on which one could be. Plug the "
+               "module in and start the program again.";
+    }
+    std::string lines = "No module was found. When this is mended, start the program again.";
+    for (const Reason& reason : reasons) {
+        lines += '\n' + reason.ports + ": " + reason.text;
+    }
+    return lines;
 }

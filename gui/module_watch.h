@@ -14,6 +14,8 @@
 gboolean watch_module(gpointer user_data);
 inline constexpr guint kWatchPeriod_ms = 250;
 
+// Shows the losses so far, if there are any.
+void show_losses();
 // Counts losses of both layers from now on, and takes back the notice of earlier ones.
 void losses_begin();
 
@@ -21,9 +23,11 @@ void losses_begin();
 // notice back when there are none.
 void notice_refused_settings(int steps);
 
-// Why the module on a port cannot be reached and what to do, with the port's name: "ttyACM0: ...".
+// Name of a port's device: that of the port list, but for the first sixteen, which are ttyCAN0 to 15.
+std::string device_name(int com_port);
+// Why the module on a port cannot be reached and what to do.
 std::string port_reason(int com_port);
-// The same for every port that exists, a line each, when no module was found.
+// The same for every port that exists, a line for each reason, when no module was found.
 std::string no_module_reason();
 
 #endif

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstddef>
+#include <string_view>
 
 namespace {
 
@@ -24,10 +25,21 @@ GtkWidget* bar = nullptr;
 GtkWidget* label = nullptr;
 std::array<Text, static_cast<std::size_t>(Notice::kEnd)> texts;
 
+constexpr int kMostLines = 6;  // the rest is in the tooltip
+// Parts lines of one paragraph: the limit is one of each paragraph.
+constexpr std::string_view kLineEnd = "\u2028";
+
 void append_line(std::string& lines, const std::string& line) {
     if (!line.empty()) {
-        lines += lines.empty() ? line : '\n' + line;
+        lines += (lines.empty() ? "" : "\n") + line;
     }
+}
+
+std::string one_paragraph(std::string lines) {
+    for (std::size_t at = 0; (at = lines.find('\n', at)) != std::string::npos;) {
+        lines.replace(at, 1, kLineEnd);
+    }
+    return lines;
 }
 
 void announce(const std::string& text) {
@@ -49,9 +61,9 @@ void show_all() {
         }
     }
     if (!lines.empty()) {
-        gtk_label_set_text(GTK_LABEL(label), lines.c_str());
+        gtk_label_set_text(GTK_LABEL(label), one_paragraph(lines).c_str());
     }
-    gtk_widget_set_tooltip_text(bar, tooltips.empty() ? nullptr : tooltips.c_str());
+    gtk_widget_set_tooltip_text(bar, tooltips.empty() ? lines.c_str() : tooltips.c_str());
     gtk_info_bar_set_message_type(GTK_INFO_BAR(bar),
                                   is_gone ? GTK_MESSAGE_ERROR : GTK_MESSAGE_WARNING);
     gtk_widget_set_visible(bar, lines.empty() ? FALSE : TRUE);
@@ -62,6 +74,8 @@ GtkWidget* create_label() {
     gtk_label_set_xalign(GTK_LABEL(text), 0);
     gtk_label_set_line_wrap(GTK_LABEL(text), TRUE);
     gtk_label_set_line_wrap_mode(GTK_LABEL(text), PANGO_WRAP_WORD_CHAR);
+    gtk_label_set_ellipsize(GTK_LABEL(text), PANGO_ELLIPSIZE_END);
+    gtk_label_set_lines(GTK_LABEL(text), kMostLines);
     return text;
 }
 
@@ -91,10 +105,11 @@ void notice_show(Notice kind, const std::string& text, const std::string& toolti
     if (bar == nullptr || (present.text == text && present.tooltip == tooltip)) {
         return;
     }
-    const bool is_news = present.text.empty();
+    // A number that only rises would interrupt without end.
+    const bool is_news = present.text.empty() || kind != Notice::losses;
     present = {text, tooltip};
     show_all();
-    if (is_news) {  // one that only counts on would interrupt without end
+    if (is_news) {
         announce(text);
     }
 }

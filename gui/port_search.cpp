@@ -4,7 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "gui/port_search.h"
 
-#include "gui/connection_panel.h"
+#include "gui/module_watch.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -14,6 +14,7 @@
 #include <chrono>
 #include <future>
 #include <string>
+#include <system_error>
 
 namespace {
 
@@ -72,7 +73,7 @@ SearchWindow::SearchWindow() {
 }
 
 void SearchWindow::tell(int port) {
-    const std::string text = "Asking " + port_display_name(port) + " …";
+    const std::string text = "Asking " + device_name(port) + " …";
     gtk_label_set_text(GTK_LABEL(label_), text.c_str());
     gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(bar_), port / kPorts);
     gtk_widget_show_all(window_);
@@ -87,7 +88,12 @@ void serve_main_loop() {
 
 std::vector<int> ports_with_module() {
     std::atomic<int> asked{0};
-    auto result = std::async(std::launch::async, [&asked] { return search(asked); });
+    std::future<std::vector<int>> result;
+    try {
+        result = std::async(std::launch::async, [&asked] { return search(asked); });
+    } catch (const std::system_error&) {  // no thread to be had
+        return search(asked);
+    }
     if (result.wait_for(kPatience) != std::future_status::ready) {
         SearchWindow window;
         do {

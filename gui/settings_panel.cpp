@@ -11,6 +11,7 @@
 #include "gui/connection_panel.h"
 #include "gui/data_rates.h"
 #include "gui/key_filter.h"
+#include "gui/notice_bar.h"
 #include "gui/status_log.h"
 #include "gui/widgets.h"
 
@@ -442,6 +443,9 @@ int selected_error_type() {
 void btn_reset_cb(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     const BusyPointer busy;
     const bool done = procReset(com_port) == 0;
+    if (done) {
+        notice_hide(Notice::settings);  // the panel shows what the module has
+    }
     log_result(done ? "Reset CAN successfully !" : "Reset CAN failed !");
 }
 

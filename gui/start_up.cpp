@@ -22,6 +22,7 @@
 
 #include <gtk/gtk.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -80,7 +81,9 @@ void set_default_icon() {
 // On a desk with room for it the window opens so wide that the upper panels stand in one row, and
 // higher; else in the size of the interface file.
 void set_default_size(GtkWindow* window) {
-    GdkMonitor* monitor = gdk_display_get_monitor(gdk_display_get_default(), 0);
+    GdkDisplay* display = gdk_display_get_default();
+    GdkMonitor* primary = gdk_display_get_primary_monitor(display);
+    GdkMonitor* monitor = primary == nullptr ? gdk_display_get_monitor(display, 0) : primary;
     if (monitor == nullptr) {
         return;
     }
@@ -89,15 +92,18 @@ void set_default_size(GtkWindow* window) {
     int width_px = 0;
     int height_px = 0;
     gtk_window_get_default_size(window, &width_px, &height_px);
-    gtk_window_set_default_size(window, desk.width < kWide_px ? width_px : kWide_px,
-                                desk.height < kHigh_px + kTitleBar_px ? height_px : kHigh_px);
+    const int room_px = desk.height - kTitleBar_px;
+    gtk_window_set_default_size(window,
+                                desk.width < kWide_px ? std::min(width_px, desk.width) : kWide_px,
+                                room_px < kHigh_px ? std::min(height_px, room_px) : kHigh_px);
 }
 
 void show_no_module() {
     clear_log();
     insert_log("No TAVU device !");
     gtk_widget_set_sensitive(cd_info.btn_cnnt, FALSE);
-    notice_show(Notice::no_module, no_module_reason());
+    // Once the window is there for screen readers, which are told of it.
+    g_idle_add_once([](gpointer) { notice_show(Notice::no_module, no_module_reason()); }, nullptr);
 }
 
 }  // namespace

@@ -71,7 +71,7 @@ enum { TAVU_WHO_SIZE = 32 };
 
 /*
  * Tells why a port can or cannot be used, at once and without an exchange with a module. A port that
- * is not open here is opened for a moment, which raises its modem lines; its settings stay. `who`,
+ * is not open here is opened and locked for a moment, which raises its modem lines; its settings stay. `who`,
  * which may be null, has room for TAVU_WHO_SIZE characters and gets a text, empty when the system
  * does not tell.
  */

@@ -37,16 +37,22 @@ struct OpenFile {
 };
 
 void copy_text(char* to, const std::string& text, std::size_t size = TAVU_WHO_SIZE) {
-    if (to != nullptr) {
-        to[text.copy(to, size - 1)] = '\0';
+    if (to == nullptr) {
+        return;
     }
+    std::size_t end = text.copy(to, size - 1);
+    // A character that is cut would make the whole text invalid.
+    while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+        --end;
+    }
+    to[end] = '\0';
 }
 
-// The group whose members may read and write the device, empty when there is none.
+// The group whose members may read and write the device, empty when there is none that one joins.
 std::string group_of(const char* path) {
     struct stat device {};
     constexpr mode_t kBoth = S_IRGRP | S_IWGRP;
-    if (stat(path, &device) != 0 || (device.st_mode & kBoth) != kBoth) {
+    if (stat(path, &device) != 0 || (device.st_mode & kBoth) != kBoth || device.st_gid == 0) {
         return {};
     }
     const group* const entry = getgrgid(device.st_gid);

@@ -90,7 +90,9 @@ int procConnect(int com_port, CAN_CNNT_INFO* info) {
 
 int procInitial(int com_port, bool to_start) {
     if (to_start) {
-        return TAVUInitCAN(com_port, TAVU_ACTIVE, TAVU_ACTIVE);
+        const int result = TAVUInitCAN(com_port, TAVU_ACTIVE, TAVU_ACTIVE);
+        TAVUWaitReceive(com_port, 0);  // what was unread before the start is counted now, not later
+        return result;
     }
     receive_worker_stop(com_port);
     return TAVUInitCAN(com_port, TAVU_INACTIVE, TAVU_INACTIVE);

@@ -48,7 +48,7 @@ TEST_F(ModuleWatch, OfManyNoticesTheLastOfEachKindIsShownTheMostUrgentFirst) {
         notice_show(Notice::losses, "losses " + std::to_string(i), "counters");
         notice_show(Notice::start, "start " + std::to_string(i));
     }
-    EXPECT_EQ(notice(), "start 100\nlosses 100");
+    EXPECT_EQ(notice(), "start 100\u2028losses 100");
     notice_show(Notice::gone, "gone");
     EXPECT_EQ(notice(), "gone");
     for (const Notice kind : {Notice::gone, Notice::start, Notice::losses}) {
