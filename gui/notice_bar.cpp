@@ -95,6 +95,7 @@ void nb_init() {
                        0);
     gtk_box_pack_start(GTK_BOX(box), bar, FALSE, TRUE, 0);
     gtk_widget_set_margin_top(bar, kMargin_px);
+    gtk_widget_set_margin_end(bar, 2 * kMargin_px);
     gtk_widget_show(label);
     gtk_widget_set_no_show_all(bar, TRUE);  // the windows are shown with all their children
     show_all();
