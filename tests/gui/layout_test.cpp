@@ -9,99 +9,71 @@
 
 namespace {
 
-// Width and height: of a widget, and the place of its upper left corner in another.
-struct Extent {
-    int begin;
-    int size;
-};
-using Area = std::array<Extent, 2>;
-
-Area area_in(GtkWidget* widget, GtkWidget* outer) {
-    Area area{{{0, gtk_widget_get_allocated_width(widget)},
-               {0, gtk_widget_get_allocated_height(widget)}}};
-    gtk_widget_translate_coordinates(widget, outer, 0, 0, &area[0].begin, &area[1].begin);
+// A widget's place in another, which need not be around it.
+GdkRectangle area_in(GtkWidget* widget, GtkWidget* outer) {
+    GdkRectangle area{0, 0, gtk_widget_get_allocated_width(widget),
+                      gtk_widget_get_allocated_height(widget)};
+    gtk_widget_translate_coordinates(widget, outer, 0, 0, &area.x, &area.y);
     return area;
 }
 
-// What keeps a user from seeing all of `widget`, which stands in a scrolled window: nothing if a
-// scroll bar that can be seen brings it up.
-std::string fault_in(GtkWidget* widget, GtkScrolledWindow* outer) {
+bool is_inside(const GdkRectangle& part, const GdkRectangle& whole) {
+    GdkRectangle both;
+    gdk_rectangle_union(&part, &whole, &both);
+    return gdk_rectangle_equal(&both, &whole) != FALSE;
+}
+
+// Whether all of a widget shows in a scrolled window, or can be brought there with a bar that shows.
+bool is_in_reach(GtkWidget* widget, GtkScrolledWindow* outer) {
     GtkWidget* port = gtk_bin_get_child(GTK_BIN(outer));
-    Area area = area_in(widget, port);
-    const Area room = area_in(port, port);
-    const std::array across{gtk_scrolled_window_get_hadjustment(outer),
-                            gtk_scrolled_window_get_vadjustment(outer)};
-    std::array<GtkPolicyType, 2> policy{};
-    gtk_scrolled_window_get_policy(outer, &policy[0], &policy[1]);
-    for (std::size_t i = 0; i < area.size(); ++i) {
-        double end = room[i].size;
-        if (policy[i] != GTK_POLICY_NEVER) {
-            area[i].begin += static_cast<int>(gtk_adjustment_get_value(across[i]));
-            end = gtk_adjustment_get_upper(across[i]);
-            const bool is_bar_seen = policy[i] != GTK_POLICY_EXTERNAL &&
-                                     !gtk_scrolled_window_get_overlay_scrolling(outer);
-            const bool is_seen =
-                area[i].begin + area[i].size <= gtk_adjustment_get_page_size(across[i]);
-            if (!is_seen && !is_bar_seen) {
-                return "scrolls without a bar";
-            }
-        }
-        if (area[i].begin < 0 || area[i].begin + area[i].size > end) {
-            return "outside its scrolled part";
-        }
+    const GdkRectangle room = area_in(port, port);
+    GdkRectangle area = area_in(widget, port);
+    const bool shows_bars = gtk_scrolled_window_get_overlay_scrolling(outer) == FALSE;
+    if (shows_bars && gtk_widget_get_mapped(gtk_scrolled_window_get_hscrollbar(outer))) {
+        area.x = 0;
+        area.width = 1;
     }
-    return {};
+    if (shows_bars && gtk_widget_get_mapped(gtk_scrolled_window_get_vscrollbar(outer))) {
+        area.y = 0;
+        area.height = 1;
+    }
+    return is_inside(area, room);
 }
 
-std::string fault_in(GtkWidget* widget, GtkWindow* window) {
-    int room[2];
-    gtk_window_get_size(window, &room[0], &room[1]);
-    const Area area = area_in(widget, GTK_WIDGET(window));
-    for (std::size_t i = 0; i < area.size(); ++i) {
-        if (area[i].begin < 0 || area[i].begin + area[i].size > room[i]) {
-            return "outside the window";
-        }
-    }
-    return {};
-}
-
-std::string out_of_reach(GtkWidget* widget) {
-    std::string fault;
-    GtkWidget* inner = widget;
-    for (GtkWidget* outer = gtk_widget_get_parent(widget); outer != nullptr && fault.empty();
+// The same for all that is around it.
+bool is_in_reach(GtkWidget* widget) {
+    bool is_so = true;
+    for (GtkWidget* outer = gtk_widget_get_parent(widget); outer != nullptr && is_so;
          outer = gtk_widget_get_parent(outer)) {
         if (GTK_IS_WINDOW(outer)) {
-            fault = fault_in(inner, GTK_WINDOW(outer));
+            is_so = is_inside(area_in(widget, outer), area_in(outer, outer));
         } else if (GTK_IS_SCROLLED_WINDOW(outer)) {
-            fault = fault_in(inner, GTK_SCROLLED_WINDOW(outer));
-            inner = outer;
+            is_so = is_in_reach(widget, GTK_SCROLLED_WINDOW(outer));
+            widget = outer;
         }
     }
-    return fault;
+    return is_so;
 }
 
-std::string cut(GtkWidget* widget) {
+bool is_cut(GtkWidget* widget) {
     GtkRequisition whole;
     gtk_widget_get_preferred_size(widget, nullptr, &whole);
     whole.width -= gtk_widget_get_margin_start(widget) + gtk_widget_get_margin_end(widget);
-    const Area area = area_in(widget, widget);
-    return area[0].size < whole.width || area[1].size < whole.height ? "cut" : "";
+    return gtk_widget_get_allocated_width(widget) < whole.width ||
+           gtk_widget_get_allocated_height(widget) < whole.height;
 }
 
-// Adds to the Lines what is wrong with a widget and all in it, as far as it is shown.
+// Adds to the Lines what is out of reach or cut of a widget and all in it, as far as it is shown.
 void inspect(GtkWidget* widget, gpointer lines) {
     if (!gtk_widget_get_mapped(widget)) {
         return;
     }
-    if (GTK_IS_LABEL(widget) || GTK_IS_ENTRY(widget) || GTK_IS_BUTTON(widget) ||
-        GTK_IS_CELL_VIEW(widget)) {
-        const auto text = ui_script::text_of(widget);
-        for (const std::string& fault : {out_of_reach(widget), cut(widget)}) {
-            if (!fault.empty()) {
-                static_cast<Lines*>(lines)->push_back(std::string(gtk_widget_get_name(widget)) +
-                                                      " \"" + text.value_or("") + "\" " + fault);
-            }
-        }
+    const bool is_text = GTK_IS_LABEL(widget) || GTK_IS_ENTRY(widget) || GTK_IS_BUTTON(widget) ||
+                         GTK_IS_CELL_VIEW(widget);
+    if (is_text && (!is_in_reach(widget) || is_cut(widget))) {
+        static_cast<Lines*>(lines)->push_back(std::string(gtk_widget_get_name(widget)) + ' ' +
+                                              ui_script::text_of(widget).value_or("") +
+                                              (is_cut(widget) ? " is cut" : " is out of reach"));
     }
     if (GTK_IS_CONTAINER(widget)) {
         gtk_container_forall(GTK_CONTAINER(widget), inspect, lines);
@@ -128,37 +100,29 @@ struct Layout : UiTest {
     }
 };
 
-void resize(int width, int height) {
+void resize(int width, int height, const char* font) {
+    g_object_set(gtk_settings_get_default(), "gtk-font-name", font, nullptr);
     GtkWindow* window = GTK_WINDOW(windows->main_window);
     gtk_window_resize(window, width, height);
     int now[2]{};
     EXPECT_TRUE(run_until([&] {
         gtk_window_get_size(window, &now[0], &now[1]);
         return now[0] == width && now[1] == height;
-    })) << now[0]
-        << " by " << now[1];
+    })) << testing::PrintToString(now);
 }
 
-// Pixels between two widgets, in the direction in which they are farther apart.
-int distance_px(GtkWidget* from, GtkWidget* to) {
-    const Area place = area_in(to, from);
-    const Area origin = area_in(from, from);
-    int distance = 0;
-    for (std::size_t i = 0; i < place.size(); ++i) {
-        distance =
-            std::max({distance, place[i].begin - origin[i].size, -place[i].begin - place[i].size});
-    }
-    return distance;
+// Whether less than 100 pixels are between two widgets.
+bool is_near(GtkWidget* from, GtkWidget* to) {
+    const GdkRectangle area = area_in(to, from);
+    const GdkRectangle own = area_in(from, from);
+    const GdkRectangle around{-100, -100, own.width + 200, own.height + 200};
+    return gdk_rectangle_intersect(&area, &around, nullptr) != FALSE;
 }
 
 // Whether a widget of the upper panels is shown as a whole, without scrolling.
 bool is_in_view(GtkWidget* widget) {
     GtkWidget* port = gtk_widget_get_ancestor(widget, GTK_TYPE_VIEWPORT);
-    const Area area = area_in(widget, port);
-    const Area room = area_in(port, port);
-    return std::ranges::equal(area, room, [](const Extent& part, const Extent& whole) {
-        return part.begin >= 0 && part.begin + part.size <= whole.size;
-    });
+    return is_inside(area_in(widget, port), area_in(port, port));
 }
 
 // The ids of the widgets that Tab comes to, from `first` on.
@@ -173,12 +137,30 @@ std::string tab_order(GtkWidget* first, int steps) {
     return ids;
 }
 
+// What the label of the memory's state looks like with a text.
+std::vector<unsigned char> picture_with(const char* text) {
+    constexpr int kSize_px = 64;
+    GtkWidget* label = bs_info.label_content[BS_LABEL_EE_C];
+    gtk_label_set_text(GTK_LABEL(label), text);
+    GtkAllocation area;
+    gtk_widget_get_allocation(label, &area);
+    gtk_widget_get_preferred_size(label, nullptr, nullptr);
+    gtk_widget_size_allocate(label, &area);
+    std::vector<unsigned char> picture(kSize_px * kSize_px);
+    cairo_surface_t* surface = cairo_image_surface_create_for_data(picture.data(), CAIRO_FORMAT_A8,
+                                                                   kSize_px, kSize_px, kSize_px);
+    cairo_t* cairo = cairo_create(surface);
+    gtk_widget_draw(label, cairo);
+    cairo_destroy(cairo);
+    cairo_surface_destroy(surface);
+    return picture;
+}
+
 }  // namespace
 
 TEST_F(Layout, EveryControlOfASmallWindowInALargeFontIsWholeAndInReach) {
     for (const char* font : {"DejaVu Sans 16", "DejaVu Sans 10"}) {
-        g_object_set(gtk_settings_get_default(), "gtk-font-name", font, nullptr);
-        resize(800, 600);
+        resize(800, 600, font);
         for (const int page : {CAN_1, CAN_2}) {
             gtk_notebook_set_current_page(GTK_NOTEBOOK(cs_info.grid_container[CS_NOTEBOOK]), page);
             run_until([] { return faults(windows->main_window).empty(); });
@@ -192,16 +174,15 @@ TEST_F(Layout, ButtonsStandByTheirInputsAndComeAfterThem) {
     const char* order = "s_Interval_entry s_Times_entry s_EditData_btn s_Send_btn s_Stop_btn";
     wgt_show_hide(true, true);
     for (const auto& [width, font] : {std::pair{800, "DejaVu Sans 16"}, {1400, "DejaVu Sans 10"}}) {
-        g_object_set(gtk_settings_get_default(), "gtk-font-name", font, nullptr);
-        resize(width, 700);
+        resize(width, 700, font);
         for (GtkWidget* button : {ss_info.btn_can_data, ss_info.btn_send, ss_info.btn_stop}) {
             GtkWidget* last_byte = ss_info.ety_d[SS_ETY_D_B7];
-            EXPECT_TRUE(run_until([=] { return distance_px(last_byte, button) < 100; })) << font;
+            EXPECT_TRUE(run_until([=] { return is_near(last_byte, button); })) << font;
         }
         EXPECT_EQ(tab_order(ss_info.ety_u[SS_ETY_LAB_U_COUNT], 5), order) << font;
         EXPECT_TRUE(run_until([] { return is_in_view(ss_info.btn_stop); })) << font;
     }
-    EXPECT_TRUE(run_until([] { return area_in(bs_info.frame, ss_info.frame)[1].begin == 0; }));
+    EXPECT_TRUE(run_until([] { return area_in(bs_info.frame, ss_info.frame).y == 0; }));
     wgt_show_hide(false, false);
 }
 
@@ -218,26 +199,9 @@ TEST_F(Layout, ReportsLeaveTheirColumnsAsWideAsThePlaceholders) {
 
 // The toolkit's boxes show the number of the character that no font has, so two of them differ.
 TEST_F(Layout, SignThatNoFontHasIsDrawnAsACross) {
-    GtkWidget* label = bs_info.label_content[BS_LABEL_EE_C];
-    std::array<std::vector<unsigned char>, 3> pictures;
-    auto picture = pictures.begin();
-    for (const char* text : {"\U000F1234", "\U000F5678", "○"}) {
-        gtk_label_set_text(GTK_LABEL(label), text);
-        GtkAllocation area;
-        gtk_widget_get_allocation(label, &area);
-        gtk_widget_get_preferred_size(label, nullptr, nullptr);
-        gtk_widget_size_allocate(label, &area);
-        cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_A8, 64, 64);
-        cairo_t* cairo = cairo_create(surface);
-        gtk_widget_draw(label, cairo);
-        cairo_surface_flush(surface);
-        const unsigned char* bytes = cairo_image_surface_get_data(surface);
-        picture++->assign(bytes, bytes + 64 * cairo_image_surface_get_stride(surface));
-        cairo_destroy(cairo);
-        cairo_surface_destroy(surface);
-    }
-    EXPECT_EQ(pictures[0], pictures[1]);
-    EXPECT_NE(pictures[0], pictures[2]);
-    EXPECT_GT(std::ranges::count(pictures[0], 0xFF), 10);  // and there is something
+    const auto cross = picture_with("\U000F1234");
+    EXPECT_EQ(cross, picture_with("\U000F5678"));
+    EXPECT_NE(cross, picture_with("○"));
+    EXPECT_GT(std::ranges::count(cross, 0xFF), 10);  // and there is something
     set_err_str(TAVU_DIS_ALL);
 }
