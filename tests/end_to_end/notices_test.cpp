@@ -53,7 +53,8 @@ TEST_F(Notices, LossesAreToldInWordsUntilClearOrStart) {
 TEST_F(Notices, WithoutAModuleTheReasonOfEachPortIsTold) {
     play(
         "wait-window main_window 30\nwait-log \"No TAVU device !\" 1\n"
-        "wait-text notice_label 'no serial device is there' 1\nscreenshot none.png\n",
+        "wait-text notice_label 'no serial device is there' 1\nscreenshot none.png\n"
+        "expect-sensitive Connect_btn off\nexpect-sensitive Start_btn off\n",
         "--fault unplugged");
     play(
         "wait-window search_window 5\nscreenshot search.png\nwait-window main_window 30\n"
