@@ -107,18 +107,12 @@ TEST(Bus, AFrameThatNobodyAcknowledgesIsRepeatedUntilSomebodyDoesOrTheChannelSto
 }
 
 TEST(Bus, AChannelThatGetsNothingThroughDropsWhatItHasNoRoomForInsteadOfHoldingUpCommands) {
-    Rig rig({}, kClassic, kClassic);
-    const auto fill = [&rig] {
-        for (std::size_t i = 0; i < sim::kFrameMemory; ++i) {
-            EXPECT_TRUE(rig.bus.send({}, kStart));
-        }
-    };
-    fill();
+    Rig rig({}, kClassic, {});
+    for (std::size_t i = 0; i < sim::kFrameMemory; ++i) {
+        EXPECT_TRUE(rig.bus.send({}, kStart));
+    }
     EXPECT_TRUE(rig.bus.is_full());
     rig.bus.advance(kStart + 10s);
-    rig.bus.configure(1, {});
-    fill();
-    rig.bus.advance(kStart + 20s);
     EXPECT_FALSE(rig.bus.is_full());
     EXPECT_FALSE(rig.bus.send({}, kStart));
 }
@@ -130,8 +124,8 @@ TEST(Bus, AtAWrongBitRateNodesAreErrorsAndNoTrafficAndDestroyWhatIsSent) {
         receiver.bus.advance(now);
     }
     EXPECT_EQ(receiver.bus.errors(0).receive, 128) << "error passive: it destroys no more";
-    EXPECT_TRUE(!receiver.received.empty() && receiver.received[0].channel == 1);
-    EXPECT_TRUE(std::ranges::all_of(receiver.received, [](auto& f) { return f.channel == 1; }));
+    EXPECT_FALSE(receiver.received.empty());
+    EXPECT_TRUE(std::ranges::all_of(receiver.received, &Frame::channel)) << "to CAN 2 only";
     EXPECT_EQ(receiver.bus.errors(1).receive, 0);
 
     Rig sender({.nodes = 1}, kSlow, {});
