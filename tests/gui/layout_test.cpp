@@ -100,15 +100,21 @@ struct Layout : UiTest {
     }
 };
 
+// Waits until the window has been laid out anew: a font takes effect only then.
 void resize(int width, int height, const char* font) {
-    g_object_set(gtk_settings_get_default(), "gtk-font-name", font, nullptr);
     GtkWindow* window = GTK_WINDOW(windows->main_window);
+    int laid_out = 0;
+    const gulong handler = g_signal_connect_swapped(
+        window, "size-allocate", G_CALLBACK(+[](int* count) { ++*count; }), &laid_out);
+    g_object_set(gtk_settings_get_default(), "gtk-font-name", font, nullptr);
     gtk_window_resize(window, width, height);
+    gtk_widget_queue_resize(windows->main_window);
     int now[2]{};
     EXPECT_TRUE(run_until([&] {
         gtk_window_get_size(window, &now[0], &now[1]);
-        return now[0] == width && now[1] == height;
+        return laid_out > 0 && now[0] == width && now[1] == height;
     })) << testing::PrintToString(now);
+    g_signal_handler_disconnect(window, handler);
 }
 
 // Whether less than 100 pixels are between two widgets.
