@@ -71,6 +71,8 @@
  * finish or cancel them, join both, then close. In waiting read mode (TAVUSetRecvBlock) only input
  * ends a read, so prefer TAVUWaitReceive.
  *
+ * A signal ends no call, whatever its handler does, but for TAVUCancelReceive.
+ *
  * Cancelling a thread (pthread_cancel, deferred) inside TAVUSend, TAVUSend_CANFD, TAVUSleep or
  * TAVUWaitReceive is safe: no lock is held and nothing is left allocated. It takes effect in the
  * waits and is put off during a write, 100 ms at most (and as long again behind another writer of
@@ -112,7 +114,7 @@ enum { TAVU_DIS_ALL = 0, TAVU_EE_ERR = 1, TAVU_ROM_ERR = 1, TAVU_BUS_ERR = 2, TA
 enum {
     TAVU_DATA_TYPE = 0,      /* a CAN 2.0 or CAN FD frame */
     TAVU_EEERR_TYPE = 1,     /* EEPROM error of the module */
-    TAVU_ROMERR_TYPE = 1,    /* the same */
+    TAVU_ROMERR_TYPE = 1,    /* another name of it */
     TAVU_BUSERR_TYPE = 2,    /* bus error, with the error data of both channels */
     TAVU_GETBUS_TYPE = 3,    /* answer to TAVUGetBusError */
     TAVU_BUSERR_PSR_TYPE = 4 /* bus error, with the protocol status of both channels */
@@ -235,8 +237,8 @@ typedef struct {
                                      nothing is known of bytes 0 to 2; 3 to 5 are, of bus errors,
                                      errors logged, receive counter (bit 7: error passive),
                                      transmit counter, and else the protocol status */
-    TIME_ST_T timestamp; /* of CAN FD and time-stamped CAN 2.0 frames; zero is the module's own,
-                                     so take differences; other kinds write none */
+    TIME_ST_T timestamp;          /* of CAN FD and time-stamped CAN 2.0 frames, others write none;
+                                     since a moment of the module's choice, so take differences */
 } CAN_FRAME_INFO;
 
 /* A batch to collect. */
@@ -273,7 +275,9 @@ TAVU_API int TAVUGetCANStatus(int com_port, int* can1, int* can2);
 /*
  * Brings the channels into the given states, TAVU_INACTIVE or TAVU_ACTIVE. Before a start, running
  * channels (also: an unreadable status) are stopped, and the pacing of both channels is derived
- * from the module's bit rates; up to 4 exchanges. The result is that of the last one.
+ * from the module's bit rates; up to 4 exchanges. The result is that of the last one. Frames that
+ * come right behind the confirmation of a start are kept. When frames arrive without a pause, the
+ * confirmation of a stop may be lost among them: the channels have stopped all the same.
  */
 TAVU_API int TAVUInitCAN(int com_port, int can1, int can2);
 

@@ -84,9 +84,10 @@ enum { TAVU_HUNG_UP = 2 };
 
 /*
  * Waits until the port has input that was not taken yet, `timeout_ms` is over (0 or less: does not
- * wait) or the wait is cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, or port not open (at
- * once). TAVU_HUNG_UP: none, and none will come, as the module is gone: close the port. The time is
- * waited out then too, so that a caller who goes on all the same does not spin.
+ * wait) or the wait is cancelled. TAVU_SUCCESS: input; TAVU_FAILURE: none, cancelled (also when
+ * there is input), or port not open (at once). TAVU_HUNG_UP: none, and none will come, as the module
+ * is gone: close the port. The time is waited out then too, so that a caller who goes on all the
+ * same does not spin.
  */
 TAVU_API int TAVUWaitReceive(int com_port, int timeout_ms);
 
