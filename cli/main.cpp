@@ -1,0 +1,56 @@
+// cli/main.cpp - command line: entry point of tavu.
+// Uses CLI11 for the options.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "cli/command.h"
+#include "cli/module.h"
+
+#include "lib/lib_tavu_2.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <cstdio>
+#include <new>
+
+namespace {
+
+constexpr const char* kFooter =
+    "PORT is a name (ttyACM0, /dev/ttyACM0) or a number; without it, the only module found is used.\n"
+    "Exit status: 0 done, 1 something was lost or passed over, 2 wrong use, 3 no module on the port,\n"
+    "4 the module went away, 5 the output takes no more.";
+
+int run(int argc, char** argv) {
+    CLI::App app("Speaks to two-channel CAN / CAN FD modules.", "tavu");
+    cli::Work work;
+    app.set_version_flag("--version", std::string("tavu, library ") + TAVUVersion());
+    app.require_subcommand(1);
+    app.footer(kFooter);
+    for (const auto add : {cli::add_list, cli::add_dump, cli::add_send, cli::add_gen, cli::add_play,
+                           cli::add_config, cli::add_bridge}) {
+        add(app, work);
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? cli::kDone : cli::kUsage;
+    }
+    cli::interrupts_take();
+    const int status = work();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        return cli::kNoOutput;
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tavu: %s\n", error.what());
+        return cli::kIncomplete;
+    }
+}
