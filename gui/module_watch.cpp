@@ -108,25 +108,9 @@ void notice_refused_settings(int steps) {
 }
 
 std::string port_reason(int com_port) {
-    char who[TAVU_WHO_SIZE] = "";
-    const int state = TAVUPortState(com_port, who);
-    const std::string name = who;
-    const std::string port = port_display_name(com_port) + ": ";
-    switch (state) {
-        case TAVU_PORT_ABSENT:
-            return port + "there is no such device; is the module plugged in?";
-        case TAVU_PORT_DENIED:
-            return port + "you may not open it; join the group " +
-                   (name.empty() ? "that owns it (dialout on Debian)" : name) +
-                   " and log in again.";
-        case TAVU_PORT_HELD:
-            return port + (name.empty() ? "another program" : "the program " + name) +
-                   " holds it; end that program.";
-        case TAVU_PORT_FAULTY:
-            return port + "it cannot be opened (" + name + ").";
-        default:
-            return port + "it does not answer as a module does.";
-    }
+    std::array<char, TAVU_REASON_SIZE> reason{};
+    TAVUPortReason(com_port, reason.data());
+    return port_display_name(com_port) + ": " + reason.data() + ".";
 }
 
 std::string no_module_reason() {

@@ -38,7 +38,7 @@
  * Memory. The caller owns every record and buffer; the library keeps no pointer after a call
  * returns. Records are passed by value into the library and by pointer to be filled. A null pointer
  * gives the failure result. The library allocates one node for each open port and frees it on
- * close; beside that only the configuration-file calls and TAVUPortState allocate, for their time.
+ * close; beside that only the configuration-file and port-state calls allocate, for their time.
  *
  * Threads. The groups are
  *   connect    TAVUOpenDevice, TAVUOpenDeviceSCT, TAVUOpenSocketCAN, TAVUCloseDevice,
@@ -47,7 +47,8 @@
  *   query      TAVUGetBusError
  *   send       TAVUSend, TAVUSend_CANFD
  *   receive    TAVUReceive, TAVUReceive_CANFD, TAVUReceiveNonblock, TAVUWaitReceive
- *   free       the range-filter calls, TAVUCancelReceive, TAVUSetRecvBlock, TAVUPortState
+ *   free       the range-filter calls, TAVUCancelReceive, TAVUSetRecvBlock, TAVUPortState,
+ *              TAVUPortReason
  * and on one port a call of a row may run while one of a column does:
  *
  *               connect  configure  query  send  receive  free

@@ -77,6 +77,14 @@ enum { TAVU_WHO_SIZE = 32 };
  */
 TAVU_API int TAVUPortState(int com_port, char* who);
 
+enum { TAVU_REASON_SIZE = 128 };
+
+/*
+ * The same in words for a message: why no module can be reached on the port, and what to do about
+ * it; of a free port that no module answers. `text` has room for TAVU_REASON_SIZE characters.
+ */
+TAVU_API void TAVUPortReason(int com_port, char* text);
+
 /* ---- Waiting ---- */
 
 /* Third result of TAVUWaitReceive. */

@@ -36,9 +36,9 @@ struct OpenFile {
     const int fd;
 };
 
-void copy_text(char* who, const std::string& text) {
-    if (who != nullptr) {
-        who[text.copy(who, TAVU_WHO_SIZE - 1)] = '\0';
+void copy_text(char* to, const std::string& text, std::size_t size = TAVU_WHO_SIZE) {
+    if (to != nullptr) {
+        to[text.copy(to, size - 1)] = '\0';
     }
 }
 
@@ -105,6 +105,25 @@ int state_of_unopenable(const char* path, int error, char* who) {
     }
 }
 
+std::string reason(int state, const std::string& who) {
+    switch (state) {
+        case TAVU_PORT_ABSENT:
+            return "there is no such device; plug the module in";
+        case TAVU_PORT_DENIED:
+            return "you may not open it; join the group " +
+                   (who.empty() ? "that owns it (dialout on Debian)" : who) + " and log in again";
+        case TAVU_PORT_HELD:
+            return (who.empty() ? "another program" : "the program " + who) +
+                   " holds it; end that program";
+        case TAVU_PORT_FAULTY:
+            return "it cannot be opened: " + who;
+        case TAVU_PORT_GONE:
+            return "the module is gone";
+        default:
+            return "it does not answer as a module does";
+    }
+}
+
 }  // namespace
 }  // namespace tavu
 
@@ -128,4 +147,10 @@ int TAVUPortState(int com_port, char* who) {
         return TAVU_PORT_HELD;
     }
     return TAVU_PORT_FREE;
+}
+
+void TAVUPortReason(int com_port, char* text) {
+    std::array<char, TAVU_WHO_SIZE> who{};
+    const int state = TAVUPortState(com_port, who.data());
+    copy_text(text, reason(state, who.data()), TAVU_REASON_SIZE);
 }

@@ -65,6 +65,9 @@ TEST(PortState, SaysWhyAPortCannotBeUsedAndSendsNothing) {
         expect_at_last(State(TAVU_PORT_HELD, "sleep"), [] { return state_of(kPort); });
     }
     expect_at_last(State(TAVU_PORT_FREE, ""), [] { return state_of(kPort); });
+    char reason[TAVU_REASON_SIZE];
+    TAVUPortReason(kPort, reason);
+    EXPECT_STREQ(reason, "it does not answer as a module does");
     EXPECT_EQ(module.sent(), Texts());
     EXPECT_EQ(sim::shim_open_descriptors(), 0);
 }
