@@ -97,7 +97,7 @@ int with_port(const std::string& name, Action action) {
 void add_config(CLI::App& app, Work& work) {
     CLI::App* command = app.add_subcommand("config", "Show, save or load what a module keeps");
     const auto options = std::make_shared<Options>();
-    command->add_option("-p,--port", options->port, "name or number of the port");
+    add_port_option(*command, options->port);
     command->require_subcommand(1);
     CLI::App* shows = command->add_subcommand("show", "Print the configuration");
     shows->callback([options, &work] {

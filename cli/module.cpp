@@ -133,22 +133,9 @@ void add_port_option(CLI::App& command, std::string& port) {
 }
 
 std::string port_reason(int com_port) {
-    std::array<char, TAVU_WHO_SIZE> who{};
-    const int state = TAVUPortState(com_port, who.data());
-    const std::string name = who.data();
-    switch (state) {
-        case TAVU_PORT_ABSENT:
-            return "there is no such device";
-        case TAVU_PORT_DENIED:
-            return "you may not open it; join the group " +
-                   (name.empty() ? "that owns it (dialout on Debian)" : name) + " and log in again";
-        case TAVU_PORT_HELD:
-            return (name.empty() ? "another program" : "the program " + name) + " holds it";
-        case TAVU_PORT_FAULTY:
-            return "it cannot be opened: " + name;
-        default:
-            return "no module answers";
-    }
+    std::array<char, TAVU_REASON_SIZE> reason{};
+    TAVUPortReason(com_port, reason.data());
+    return reason.data();
 }
 
 OpenPort::OpenPort(int com_port)

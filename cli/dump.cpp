@@ -1,0 +1,254 @@
+// cli/dump.cpp - command line: tavu dump, shows and records what a module receives.
+// Uses cli/reception.h, trace/ for text, files and statistics.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "cli/command.h"
+#include "cli/module.h"
+#include "cli/reception.h"
+#include "cli/table.h"
+
+#include "trace/capture.h"
+#include "trace/statistics.h"
+
+#include "lib/lib_tavu_2.h"
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <memory>
+
+namespace cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTake_ms = 200;
+constexpr std::chrono::seconds kTablePeriod{1};
+
+enum class Stamp { none, host, module, delta };
+
+struct Options {
+    std::string port;
+    Setup setup;
+    std::string log;
+    std::string pcap;
+    std::uint64_t count = 0;  // 0: without end
+    double time_s = 0;        // 0: without end
+    Stamp stamp = Stamp::none;
+    bool stats = false;
+    bool quiet = false;
+};
+
+// A file to be written to, if one was asked for.
+struct File {
+    std::string path;
+    trace::CapturePointer capture;
+};
+
+class Dump {
+  public:
+    explicit Dump(const Options& options) : options_(options) {}
+    int run();
+
+  private:
+    bool open_files();
+    bool open_file(const std::string& path, trace::CaptureFormat format);
+    void receive(int com_port);
+    [[nodiscard]] bool is_enough() const;
+    bool handle(std::span<const trace::Record> records);
+    bool write_files(std::span<const trace::Record> records);
+    bool print(const trace::Record& record);
+    [[nodiscard]] trace::Record stamped(const trace::Record& record);
+    void show_table(bool is_last);
+    bool close_files();
+    void print_summary() const;
+
+    const Options& options_;
+    std::vector<File> files_;
+    trace::StatisticsPointer statistics_;
+    LossWatch losses_;
+    std::uint64_t frames_ = 0;
+    std::uint64_t errors_ = 0;
+    std::int64_t last_us_ = 0;  // of the frame before, for delta stamps
+    Clock::time_point begin_;
+    Clock::time_point next_table_;
+    int status_ = kDone;
+};
+
+int Dump::run() {
+    const int com_port = port_of_option(options_.port);
+    if (com_port < 0) {
+        return kNoPort;
+    }
+    if (options_.stats) {
+        statistics_ = trace::statistics_make();
+    }
+    if (!open_files()) {
+        return kNoOutput;
+    }
+    const OpenPort port(com_port);
+    if (!port.is_open()) {
+        return kNoPort;
+    }
+    if (!set_up(com_port, options_.setup)) {
+        return kIncomplete;
+    }
+    receive(com_port);
+    if (statistics_) {
+        show_table(true);
+    }
+    if (!close_files()) {
+        status_ = kNoOutput;
+    }
+    print_summary();
+    return status_ == kDone && losses_.any() ? kIncomplete : status_;
+}
+
+bool Dump::open_files() {
+    return open_file(options_.log, trace::CaptureFormat::kLog) &&
+           open_file(options_.pcap, trace::CaptureFormat::kPcap);
+}
+
+bool Dump::open_file(const std::string& path, trace::CaptureFormat format) {
+    if (path.empty()) {
+        return true;
+    }
+    files_.push_back({path, trace::capture_open(path.c_str(), {.format = format})});
+    if (!files_.back().capture) {
+        complain("%s: %s", path.c_str(), std::strerror(errno));
+    }
+    return files_.back().capture != nullptr;
+}
+
+void Dump::receive(int com_port) {
+    begin_ = Clock::now();
+    next_table_ = begin_ + kTablePeriod;
+    Reception reception(com_port);
+    bool is_written = true;
+    while (is_written && !is_interrupted() && !is_enough()) {
+        is_written = handle(reception.take(kTake_ms));
+        losses_.look(reception);
+        if (reception.is_over()) {
+            complain("%s: the module is gone", TAVUPortName(com_port));
+            status_ = kGone;
+            break;
+        }
+    }
+    if (!is_written) {
+        status_ = kNoOutput;
+    }
+}
+
+bool Dump::is_enough() const {
+    const std::chrono::duration<double> time = Clock::now() - begin_;
+    return (options_.count > 0 && frames_ >= options_.count) ||
+           (options_.time_s > 0 && time.count() >= options_.time_s);
+}
+
+// Only as many frames as were asked for.
+bool Dump::handle(std::span<const trace::Record> records) {
+    if (options_.count > 0) {
+        records = records.first(std::min<std::uint64_t>(records.size(), options_.count - frames_));
+    }
+    for (const trace::Record& record : records) {
+        ++(trace::frame_is_data(record.frame) ? frames_ : errors_);
+        if (statistics_) {
+            trace::statistics_add(statistics_.get(), record);
+        } else if (!options_.quiet && !print(record)) {
+            return false;
+        }
+    }
+    if (statistics_ && Clock::now() >= next_table_) {
+        show_table(false);
+    }
+    if (std::fflush(stdout) != 0) {
+        complain("standard output: %s", std::strerror(errno));
+        return false;
+    }
+    return write_files(records);
+}
+
+bool Dump::write_files(std::span<const trace::Record> records) {
+    for (const File& file : files_) {
+        if (trace::capture_write(file.capture.get(), records) != TAVU_SUCCESS) {
+            const trace::CaptureState state = trace::capture_state(file.capture.get());
+            complain("%s: %s; %llu frames are not in it", file.path.c_str(),
+                     std::strerror(state.error), static_cast<unsigned long long>(state.lost));
+            return false;
+        }
+    }
+    return true;
+}
+
+trace::Record Dump::stamped(const trace::Record& record) {
+    trace::Record shown = record;
+    if (options_.stamp == Stamp::module) {
+        const TIME_ST_T& stamp = record.frame.timestamp;
+        shown.time_us = std::int64_t{stamp.second} * 1'000'000 + stamp.micro_second;
+    } else if (options_.stamp == Stamp::delta) {
+        shown.time_us = last_us_ == 0 ? 0 : std::max<std::int64_t>(record.time_us - last_us_, 0);
+        last_us_ = record.time_us;
+    }
+    return shown;
+}
+
+bool Dump::print(const trace::Record& record) {
+    const trace::ConsoleForm form{
+        .time = options_.stamp == Stamp::none ? trace::kTimeNone : trace::kTimeSeconds};
+    std::array<char, trace::kTextMost> line{};
+    if (trace::console_line_write(stamped(record), {}, form, line) >= 0 &&
+        std::printf("%s\n", line.data()) < 0) {
+        complain("standard output: %s", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+void Dump::show_table(bool is_last) {
+    next_table_ = Clock::now() + kTablePeriod;
+    print_table(*statistics_, is_last);
+}
+
+bool Dump::close_files() {
+    bool is_written = true;
+    for (File& file : files_) {
+        if (trace::capture_close(file.capture.release()) != TAVU_SUCCESS) {
+            complain("%s: %s", file.path.c_str(), std::strerror(errno));
+            is_written = false;
+        }
+    }
+    return is_written;
+}
+
+void Dump::print_summary() const {
+    const std::chrono::duration<double> time = Clock::now() - begin_;
+    complain("%llu frames and %llu error frames in %.1f s; %s",
+             static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(errors_),
+             time.count(), losses_.summary().c_str());
+}
+
+}  // namespace
+
+void add_dump(CLI::App& app, Work& work) {
+    CLI::App* command = app.add_subcommand("dump", "Show and record what a module receives");
+    const auto options = std::make_shared<Options>();
+    add_port_option(*command, options->port);
+    add_setup_options(*command, options->setup);
+    command->add_option("--log", options->log, "write a candump log to this file");
+    command->add_option("--pcap", options->pcap, "write a capture for Wireshark to this file");
+    command->add_option("-n,--count", options->count, "end after so many frames")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--time", options->time_s, "end after so many seconds")
+        ->check(CLI::PositiveNumber);
+    const std::map<std::string, Stamp> stamps{
+        {"host", Stamp::host}, {"module", Stamp::module}, {"delta", Stamp::delta}};
+    command->add_option("--stamp", options->stamp, "show a time: host, module or delta")
+        ->transform(CLI::CheckedTransformer(stamps));
+    command->add_flag("--stats", options->stats, "show a table of the identifiers instead");
+    command->add_flag("-q,--quiet", options->quiet, "show no frames");
+    command->callback([options, &work] { work = [options] { return Dump(*options).run(); }; });
+}
+
+}  // namespace cli

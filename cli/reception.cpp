@@ -1,0 +1,122 @@
+// cli/reception.cpp - command line: receives on a thread of its own; losses.
+// Uses lib/lib_tavu_2.h, trace/record.h.
+// Thread: main and the one that receives, as the header says.
+// SPDX-License-Identifier: MIT
+#include "cli/reception.h"
+
+#include "cli/module.h"
+
+#include "lib/lib_tavu_2.h"
+
+#include <array>
+#include <chrono>
+
+namespace cli {
+
+namespace {
+
+constexpr std::size_t kMostWaiting = 65'536;  // records of about 200 bytes: a second and more
+constexpr int kWait_ms = 100;                 // an interrupt is seen after it at the latest
+
+}  // namespace
+
+Reception::Reception(int com_port) : com_port_(com_port) {
+    arrived_.reserve(kMostWaiting);
+    taken_.reserve(kMostWaiting);
+    thread_ = std::thread([this] { receive(); });
+}
+
+Reception::~Reception() {
+    is_ended_ = true;
+    TAVUCancelReceive(com_port_);
+    thread_.join();
+    TAVUWaitReceive(com_port_, 0);  // takes back a cancel that came when nothing waited
+}
+
+void Reception::receive() {
+    bool is_gone = false;
+    while (!is_ended_ && !is_gone) {
+        CAN_FRAME_INFO report{};
+        if (TAVUReceive_CANFD(com_port_, &report) == TAVU_REPORT) {
+            add(report);
+        } else {
+            is_gone = TAVUWaitReceive(com_port_, kWait_ms) == TAVU_HUNG_UP;
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    is_gone_ = is_gone;
+    changed_.notify_one();
+}
+
+void Reception::add(const CAN_FRAME_INFO& report) {
+    trace::Record record{.time_us = trace::time_now_us(), .frame = report};
+    std::array<CAN_FRAME_INFO, TAVU_CHANNEL_CNT> errors{};
+    const bool is_data = report.msg_type == TAVU_DATA_TYPE;
+    const int count = is_data ? 1 : trace::error_frames(report, &errors);
+    const std::lock_guard lock(mutex_);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+        if (!is_data) {
+            record.frame = errors.at(i);
+        }
+        if (arrived_.size() < kMostWaiting) {
+            arrived_.push_back(record);
+        } else {
+            ++overrun_;
+        }
+    }
+    if (arrived_.size() == static_cast<std::size_t>(count)) {
+        changed_.notify_one();
+    }
+}
+
+std::span<const trace::Record> Reception::take(int timeout_ms) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    taken_.clear();
+    std::unique_lock lock(mutex_);
+    // A signal handler cannot wake this wait, so it is a chain of short ones.
+    while (arrived_.empty() && !is_gone_ && !is_interrupted() &&
+           std::chrono::steady_clock::now() < end) {
+        changed_.wait_until(
+            lock, std::min(end, std::chrono::steady_clock::now() +
+                                    std::chrono::milliseconds(kWait_ms)));
+    }
+    taken_.swap(arrived_);
+    return taken_;
+}
+
+bool Reception::is_over() {
+    const std::lock_guard lock(mutex_);
+    return is_gone_ && arrived_.empty();
+}
+
+void LossWatch::look(const Reception& reception) {
+    TAVU_LOSS_INFO line{};
+    TAVUGetLoss(&line);
+    struct Row {
+        std::uint64_t count;
+        const char* text;
+    };
+    const Row rows[] = {
+        {reception.overrun(), "frames, as the output was too slow"},
+        {line.header_short + line.body_incomplete, "damaged reports"},
+        {line.header_unknown, "reports that were not understood"},
+        {line.passed_over, "bytes between reports"},
+        {line.discarded, "bytes that gave way to a command"},
+    };
+    std::string text;
+    for (const Row& row : rows) {
+        if (row.count > 0) {
+            text += (text.empty() ? "" : ", ") + std::to_string(row.count) + ' ' + row.text;
+        }
+    }
+    if (text != text_) {
+        text_ = text;
+        complain("lost so far: %s", text.c_str());
+    }
+}
+
+std::string LossWatch::summary() const {
+    return text_.empty() ? "nothing lost" : "lost: " + text_;
+}
+
+}  // namespace cli

@@ -1,0 +1,67 @@
+// cli/reception.h - command line: receives on a thread of its own, so that no output holds it up.
+// Thread: main; the thread that receives is inside.
+// SPDX-License-Identifier: MIT
+#ifndef CLI_RECEPTION_H
+#define CLI_RECEPTION_H
+
+#include "trace/record.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace cli {
+
+// Everything that a port receives, from construction to destruction, error reports as error frames.
+class Reception {
+  public:
+    explicit Reception(int com_port);
+    ~Reception();
+    Reception(const Reception&) = delete;
+    Reception& operator=(const Reception&) = delete;
+
+    // What has come since the last call, at least one record unless the time is over, the module is
+    // gone or the work was interrupted. Valid until the next call.
+    std::span<const trace::Record> take(int timeout_ms);
+    // The module went away and all that it sent was taken.
+    [[nodiscard]] bool is_over();
+    // Frames dropped because they were not taken in time.
+    [[nodiscard]] std::uint64_t overrun() const { return overrun_.load(); }
+
+  private:
+    void receive();
+    void add(const CAN_FRAME_INFO& report);
+
+    const int com_port_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<trace::Record> arrived_;  // under mutex_
+    std::vector<trace::Record> taken_;
+    bool is_gone_ = false;  // under mutex_
+    std::atomic<std::uint64_t> overrun_{0};
+    std::atomic<bool> is_ended_{false};
+    std::thread thread_;
+};
+
+// Tells losses of both sides, of the reception and of the library, on standard error as soon as
+// they are seen, and counts them.
+class LossWatch {
+  public:
+    // Looks for new ones.
+    void look(const Reception& reception);
+    // In words, "nothing lost" if so.
+    [[nodiscard]] std::string summary() const;
+    [[nodiscard]] bool any() const { return !text_.empty(); }
+
+  private:
+    std::string text_;  // the losses so far in words
+};
+
+}  // namespace cli
+
+#endif
