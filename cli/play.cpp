@@ -163,10 +163,13 @@ int play(const Options& options) {
     Sender sender(com_port, options.setup);
     Player player(options, options.words.back(), sender);
     int status = kDone;
-    for (std::uint64_t loop = 0; status == kDone && !is_interrupted() &&
+    bool has_frames = true;  // a log without any is not played for ever
+    for (std::uint64_t loop = 0; status == kDone && !is_interrupted() && has_frames &&
                                  (options.loops == 0 || loop < options.loops);
          ++loop) {
+        const std::uint64_t before = sender.count();
         status = player.play(*interfaces);
+        has_frames = sender.count() > before;
     }
     if (status != kGone) {
         sender.finish();
