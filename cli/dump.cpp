@@ -115,7 +115,9 @@ bool Dump::open_file(const std::string& path, trace::CaptureFormat format) {
     if (path.empty()) {
         return true;
     }
-    files_.push_back({path, trace::capture_open(path.c_str(), {.format = format})});
+    trace::CaptureSettings settings;
+    settings.format = format;
+    files_.push_back({path, trace::capture_open(path.c_str(), settings)});
     if (!files_.back().capture) {
         complain("%s: %s", path.c_str(), std::strerror(errno));
     }
