@@ -22,7 +22,7 @@ enum class CaptureFormat {
 
 struct CaptureSettings {
     CaptureFormat format = CaptureFormat::kLog;
-    Interfaces interfaces;        // of log lines
+    Interfaces interfaces{};      // of log lines
     LogForm log = kLogDirection;  // of log lines
 };
 
@@ -75,7 +75,7 @@ enum LogResult {
 
 struct LogFault {
     std::int64_t line = 0;  // from 1
-    ParseError error;
+    ParseError error{};
 };
 
 // A .log file that is being read.

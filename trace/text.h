@@ -23,7 +23,7 @@
 //              "  can0  20000204   [8]  00 08 00 00 00 00 80 00   ERRORFRAME"
 //              " (1436509052.249713)  can0  TX B -  123  [12]  11 ..." with time and details: RX or
 //                                 TX, B for bit-rate switch, E for ESI
-//              "  can0  123   [2]  41 42               'AB'"   with the bytes as characters
+//              "  can0  123   [2]  41 42                     'AB'"   with the data as characters
 //
 // Digits are written in upper case and read in either.
 #ifndef TRACE_TEXT_H
@@ -47,6 +47,9 @@ struct ParseError {
 
 // ---- Writing ----
 
+// Whether a name can stand in the forms: 1 to 15 printing characters, none of them a space or '('.
+bool interface_is_valid(const std::array<char, 16>& name);
+
 // Each writes one line, without a line end, and a NUL. Result: number of characters; -1 for an
 // invalid record, an interface name that is none, or too little room: nothing is written then.
 
@@ -60,8 +63,13 @@ int log_line_write(const Record& record, const Interfaces& interfaces, LogForm f
                    std::span<char> text);
 
 // What a console line shows beside the frame.
+enum ConsoleTime {
+    kTimeNone,
+    kTimeSeconds,  // seconds since 1970, (1436509052.249713)
+    kTimeDate,     // local time, (2015-07-10 08:17:32.249713)
+};
 struct ConsoleForm {
-    bool has_time = false;        // seconds since 1970
+    ConsoleTime time = kTimeNone;
     bool has_details = false;     // direction, bit-rate switch, ESI
     bool has_characters = false;  // the data once more as characters, a dot for one that is none
 };
