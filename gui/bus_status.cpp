@@ -6,6 +6,7 @@
 
 #include "gui/application.h"
 #include "gui/connection_panel.h"
+#include "gui/cross_mark.h"
 #include "gui/frame_log.h"
 #include "gui/key_filter.h"
 #include "gui/send_panel.h"
@@ -158,6 +159,7 @@ void bs_init() {
         bs_info.label_title[i] = GTK_WIDGET(g_object_ref_sink(gtk_label_new(kTitles[i])));
     }
     set_err_str(TAVU_DIS_ALL);
+    draw_cross_without_font(bs_info.label_content[BS_LABEL_EE_C]);
     frame_log_init();
     append_rows(bs_info.cbbox, kErrorTypes);
     gtk_combo_box_set_active(GTK_COMBO_BOX(bs_info.cbbox), 0);

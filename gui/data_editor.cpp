@@ -42,6 +42,9 @@ void show_entries(int length) {
     for (int i = 0; i < kPayloadMax; ++i) {
         gtk_widget_set_visible(ed_info.ety_d[i], i < length ? TRUE : FALSE);
     }
+    for (GtkWidget* button : {ed_info.fill_btn, ed_info.clear_btn}) {
+        gtk_widget_set_sensitive(button, length > 0 ? TRUE : FALSE);
+    }
 }
 
 void show_dialog(GtkWindow* dialog) {
@@ -63,6 +66,7 @@ void ed_init() {
         ed_info.ety_d[i] = lookup(ED_builder, id);
         key_info_data_fd[i] = {ETY_CAN_FD_DATA, i};
         connect_key_filter(ed_info.ety_d[i], &key_info_data_fd[i]);
+        gtk_entry_set_activates_default(GTK_ENTRY(ed_info.ety_d[i]), TRUE);
     }
     g_signal_connect(ed_info.clear_btn, "clicked", G_CALLBACK(btn_ed_clear_cb), nullptr);
     g_signal_connect(ed_info.fill_btn, "clicked", G_CALLBACK(btn_ed_fill_cb), nullptr);

@@ -238,6 +238,19 @@ void measure_cells(GtkWidget* /*tree*/, gpointer /*user_data*/) {
     }
 }
 
+// "style-updated" of a heading, after that of the view: keeps the column, whose index is the user
+// data, from being narrower than the heading and its cells. The fixed width alone would cut them in
+// a larger font.
+void widen_column(GtkWidget* heading, gpointer user_data) {
+    const int index = GPOINTER_TO_INT(user_data);
+    GtkTreeViewColumn* column = gtk_tree_view_get_column(GTK_TREE_VIEW(bs_info.tree), index);
+    int heading_px = 0;
+    gtk_widget_queue_resize(heading);  // what was measured before no longer holds
+    gtk_widget_get_preferred_width(gtk_tree_view_column_get_button(column), nullptr, &heading_px);
+    const int cell_px = cell_width_px[static_cast<std::size_t>(index)];
+    gtk_tree_view_column_set_min_width(column, std::max(heading_px, cell_px));
+}
+
 // Makes the payload's cell, and with it the row, as high as its lines.
 void size_data_cell(GtkTreeViewColumn* /*column*/, GtkCellRenderer* renderer, GtkTreeModel* model,
                     GtkTreeIter* row, gpointer /*user_data*/) {
@@ -264,6 +277,11 @@ void append_column(std::size_t index) {
     gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_GROW_ONLY);
     gtk_tree_view_column_set_resizable(column, TRUE);
     gtk_tree_view_append_column(GTK_TREE_VIEW(bs_info.tree), column);
+    GtkWidget* heading = gtk_label_new(setup.title);
+    gtk_widget_show(heading);
+    gtk_tree_view_column_set_widget(column, heading);
+    g_signal_connect(heading, "style-updated", G_CALLBACK(widen_column),
+                     GINT_TO_POINTER(static_cast<int>(index)));
 }
 
 }  // namespace

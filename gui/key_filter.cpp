@@ -15,11 +15,19 @@ namespace {
 constexpr std::array kEditingKeys{GDK_KEY_BackSpace, GDK_KEY_Tab, GDK_KEY_Left, GDK_KEY_Right,
                                   GDK_KEY_Delete};
 
+// No input either, but keys that the window knows: they answer a dialog or go back an entry.
+constexpr std::array kWindowKeys{GDK_KEY_Return, GDK_KEY_KP_Enter, GDK_KEY_ISO_Enter,
+                                 GDK_KEY_Escape, GDK_KEY_ISO_Left_Tab};
+
 // Shortcuts (copy, paste, mnemonics, leaving the entry) are not input: the window handles them.
 constexpr guint kShortcutMask = GDK_CONTROL_MASK | GDK_MOD1_MASK;
 
 bool between(guint key, guint first, guint last) {
     return first <= key && key <= last;
+}
+
+bool is_for_window(guint key) {
+    return std::find(kWindowKeys.begin(), kWindowKeys.end(), key) != kWindowKeys.end();
 }
 
 GtkWidget* next_entry(const KEY_PRESS_INFO& info) {
@@ -65,7 +73,8 @@ bool ety_key_press(GtkWidget* entry, GdkEventKey* event, gpointer user_data) {
 void connect_key_filter(GtkWidget* entry, KEY_PRESS_INFO* info) {
     // The signal wants a gboolean, whose upper bytes a bool result leaves open.
     const auto handler = +[](GtkWidget* target, GdkEventKey* event, gpointer data) -> gboolean {
-        return ety_key_press(target, event, data) ? TRUE : FALSE;
+        const bool is_taken = !is_for_window(event->keyval) && ety_key_press(target, event, data);
+        return is_taken ? TRUE : FALSE;
     };
     g_signal_connect(entry, "key-press-event", G_CALLBACK(handler), info);
 }

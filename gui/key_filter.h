@@ -25,7 +25,8 @@ bool key_moves_on(const KEY_PRESS_INFO& info, guint key, int text_length);
 // that copy, paste and mnemonics work.
 bool ety_key_press(GtkWidget* entry, GdkEventKey* event, gpointer user_data);
 
-// Connects the filter to an entry's "key-press-event"; `info` must outlive the entry.
+// Connects the filter to an entry's "key-press-event"; `info` must outlive the entry. Keys that the
+// window knows pass beside it: Return, Enter, Escape and Shift+Tab.
 void connect_key_filter(GtkWidget* entry, KEY_PRESS_INFO* info);
 
 #endif

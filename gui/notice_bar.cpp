@@ -18,6 +18,8 @@ struct Text {
     std::string tooltip;
 };
 
+constexpr int kMargin_px = 6;
+
 GtkWidget* bar = nullptr;
 GtkWidget* label = nullptr;
 std::array<Text, static_cast<std::size_t>(Notice::kEnd)> texts;
@@ -78,6 +80,7 @@ void nb_init() {
     gtk_box_pack_start(GTK_BOX(gtk_info_bar_get_content_area(GTK_INFO_BAR(bar))), label, TRUE, TRUE,
                        0);
     gtk_box_pack_start(GTK_BOX(box), bar, FALSE, TRUE, 0);
+    gtk_widget_set_margin_top(bar, kMargin_px);
     gtk_widget_show(label);
     gtk_widget_set_no_show_all(bar, TRUE);  // the windows are shown with all their children
     show_all();

@@ -58,6 +58,8 @@ constexpr WidgetField kFields[] = {
 constexpr std::size_t kUnusedLabels = SS_ETY_LAB_U_CNT - 1 + SS_LAB_D_CNT;
 static_assert(fills_all_but<SS_INFO>(kSendPanelBytes + kUnusedLabels, kFields));
 
+GtkWidget* more_hint = nullptr;  // tells of the bytes that have no entry on the panel
+
 int selected_row(int cbbox) {
     return gtk_combo_box_get_active(GTK_COMBO_BOX(ss_info.cbbox[cbbox]));
 }
@@ -91,6 +93,16 @@ void brs_and_rtr_follow_fdf() {
     untick(is_fd ? SS_CHK_RTR : SS_CHK_BRS);
     set_sensitive(SS_CHK_BRS, is_fd);
     set_sensitive(SS_CHK_RTR, !is_fd);
+}
+
+void show_more_hint(int length) {
+    if (length > kSendPanelBytes) {
+        char text[64];
+        std::snprintf(text, sizeof text, "Bytes %d to %d are sent too: see Edit…", kSendPanelBytes,
+                      length - 1);
+        gtk_label_set_text(GTK_LABEL(more_hint), text);
+    }
+    gtk_widget_set_visible(more_hint, length > kSendPanelBytes ? TRUE : FALSE);
 }
 
 void set_up_number_entry(GtkWidget* entry) {
@@ -144,6 +156,7 @@ CAN_FRAME_INFO frame_from_panel() {
 
 void ss_init() {
     lookup_all(MW_builder, kFields);
+    more_hint = lookup(MW_builder, "s_more_hint");
     for (GtkWidget* chk : ss_info.chk) {
         gtk_widget_set_focus_on_click(chk, FALSE);
     }
@@ -249,4 +262,5 @@ void cbbox_dlc_cb(GtkComboBox* /*widget*/, gpointer /*user_data*/) {
     for (int i = 0; i < kSendPanelBytes; ++i) {
         gtk_widget_set_visible(ss_info.ety_d[SS_ETY_D_B0 + i], i < row ? TRUE : FALSE);
     }
+    show_more_hint(payload_length());
 }

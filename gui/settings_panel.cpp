@@ -9,6 +9,7 @@
 #include "gui/busy_pointer.h"
 #include "gui/config_dialogs.h"
 #include "gui/connection_panel.h"
+#include "gui/data_rates.h"
 #include "gui/key_filter.h"
 #include "gui/status_log.h"
 #include "gui/widgets.h"
@@ -40,16 +41,6 @@ constexpr std::span<const char* const> baud_for_2M_str =
 constexpr std::span<const char* const> baud_for_4M_5M_str =
     std::span(baud_for_20B_str).subspan<6>();  // from "Baud 250K"
 constexpr const char* filter_str_c[] = {"Filter NONE", "Filter 11-bit", "Filter 29-bit"};
-
-// Rows of the data-rate combo. It starts with the first three; the others join the list when a
-// module reports their code.
-struct DataRate {
-    const char* text;
-    int code;
-};
-constexpr DataRate databaud_str[] = {{"Baud 2M", 2}, {"Baud 4M", 4}, {"Baud 5M", 5},
-                                     {"Baud 6M", 6}, {"Baud 8M", 8}, {"Baud 10M", 10}};
-constexpr int kDataRatesAtStart = 3;
 
 constexpr gint kDigits11Bit = 3;
 constexpr gint kDigits29Bit = 8;
@@ -84,10 +75,6 @@ void select_row(GtkWidget* combo, int row) {
 
 GText active_text(GtkWidget* combo) {
     return GText(gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(combo)));
-}
-
-int row_cnt(GtkWidget* combo) {
-    return gtk_tree_model_iter_n_children(gtk_combo_box_get_model(GTK_COMBO_BOX(combo)), nullptr);
 }
 
 // First row with this text; -1 when there is none.
@@ -236,19 +223,10 @@ void show_channel(int channel, const ChannelConfig& config) {
     set_text(can.ety[CS_ETY_LAB_MASK], filter_text(config.flt_type, config.flt_mask).c_str());
 }
 
-// Lengthens the data-rate list up to `row`, so that what a module reports can be shown.
-void offer_data_rate(GtkWidget* combo, int row) {
-    for (int next = row_cnt(combo); next <= row; ++next) {
-        append_rows(combo, std::span(&databaud_str[next].text, 1));
-    }
-}
-
 void show_channel_fd(int channel, const CANFD_CFG_INFO& config) {
     const CAN_INFO& can = cs_info.can[channel];
-    const int row = datarate_to_cbbox_idx(config.datarate[channel]);
     set_checked(can.chk[CS_FDF], config.fdf_en[channel] != TAVU_FDF_OFF);
-    offer_data_rate(can.cbbox[CS_CBBOX_DATABAUD], row);
-    select_row(can.cbbox[CS_CBBOX_DATABAUD], row);
+    data_rates_show(can.cbbox[CS_CBBOX_DATABAUD], config.datarate[channel]);
 }
 
 // Brings the nominal-rate list into line with the CAN FD choices, then selects the rate again: the
@@ -311,7 +289,7 @@ static_assert(fills_all_but<CS_INFO>(std::size(kGridFields) + kChannelFields, kM
 
 void fill_lists(const CAN_INFO& can) {
     append_rows(can.cbbox[CS_CBBOX_BAUD], baud_for_20B_str);
-    offer_data_rate(can.cbbox[CS_CBBOX_DATABAUD], kDataRatesAtStart - 1);
+    data_rates_offer(can.cbbox[CS_CBBOX_DATABAUD]);
     append_rows(can.cbbox[CS_CBBOX_FILTER], filter_str_c);
     for (GtkWidget* combo : can.cbbox) {
         select_row(combo, 0);
@@ -383,20 +361,6 @@ int find_baud_index(gchar* baud_str) {
     return found == std::end(baud_for_20B_str)
                ? -1
                : static_cast<int>(found - std::begin(baud_for_20B_str));
-}
-
-int cbbox_idx_to_datarate(int Dbaud) {
-    const bool known = Dbaud >= 0 && Dbaud < std::ssize(databaud_str);
-    return known ? databaud_str[Dbaud].code : 0;
-}
-
-int datarate_to_cbbox_idx(int Dbaud) {
-    for (int row = 0; row < std::ssize(databaud_str); ++row) {
-        if (databaud_str[row].code == Dbaud) {
-            return row;
-        }
-    }
-    return 0;
 }
 
 unsigned int str_2_uint(const char* str) {

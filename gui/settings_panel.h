@@ -44,10 +44,6 @@ void set_config();
 void cbbox_band_update(int can_port);
 // Row of a text in the CAN 2.0B rate table, which is the nominal-rate code; -1 when absent or null.
 int find_baud_index(gchar* baud_str);
-// Data-rate combo row to the module's code and back; an unknown row gives code 0, an unknown code
-// row 0.
-int cbbox_idx_to_datarate(int Dbaud);
-int datarate_to_cbbox_idx(int Dbaud);
 // Value of a hexadecimal text. Of a text longer than eight bytes only the last eight count. Other
 // characters, which can only be pasted in, give a value without meaning but never a fault.
 unsigned int str_2_uint(const char* str);

@@ -9,8 +9,10 @@
 #include "gui/data_editor.h"
 #include "gui/module_watch.h"
 #include "gui/notice_bar.h"
+#include "gui/panel_fold.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
+#include "gui/shortcuts.h"
 #include "gui/status_log.h"
 #include "gui/version.h"
 #include "gui/widgets.h"
@@ -29,6 +31,9 @@ constexpr const char* title_top = "TAVU Utility v" TAVU_UTILITY_VERSION;
 constexpr const char* kFolderVariable = "TAVU_UTILITY_FILES";
 constexpr int kMinWidth_px = 800;
 constexpr int kMinHeight_px = 600;
+constexpr int kWide_px = 1300;
+constexpr int kHigh_px = 800;
+constexpr int kTitleBar_px = 50;
 constexpr guint kDisplayPeriod_ms = 1;
 
 guint display_timer = 0;
@@ -72,6 +77,22 @@ void set_default_icon() {
     }
 }
 
+// On a desk with room for it the window opens so wide that the upper panels stand in one row, and
+// higher; else in the size of the interface file.
+void set_default_size(GtkWindow* window) {
+    GdkMonitor* monitor = gdk_display_get_monitor(gdk_display_get_default(), 0);
+    if (monitor == nullptr) {
+        return;
+    }
+    GdkRectangle desk;
+    gdk_monitor_get_workarea(monitor, &desk);
+    int width_px = 0;
+    int height_px = 0;
+    gtk_window_get_default_size(window, &width_px, &height_px);
+    gtk_window_set_default_size(window, desk.width < kWide_px ? width_px : kWide_px,
+                                desk.height < kHigh_px + kTitleBar_px ? height_px : kHigh_px);
+}
+
 void show_no_module() {
     clear_log();
     insert_log("No TAVU device !");
@@ -96,7 +117,9 @@ void start_up(int* argc, char*** argv) {
     bs_init();
     ed_init();
     nb_init();
+    pf_init();
     main_init();
+    shortcuts_init();
     release_builders();
     if (module_cnt == 0) {
         show_no_module();
@@ -126,6 +149,7 @@ void main_init() {
     GtkWindow* window = GTK_WINDOW(windows->main_window);
     set_default_icon();
     gtk_widget_set_size_request(windows->main_window, kMinWidth_px, kMinHeight_px);
+    set_default_size(window);
     gtk_window_set_resizable(window, TRUE);
     gtk_window_set_title(window, title_top);
     gtk_window_set_position(window, GTK_WIN_POS_CENTER);

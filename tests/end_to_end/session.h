@@ -34,7 +34,7 @@ class Session : public testing::Test {
         std::ofstream(folder + "/script") << script;
         const std::string command = "cd " + ui_folder + " && export OUT=" + folder +
                                     " UI_SCRIPT_OUT=" + folder + " UI_SCRIPT=" + folder +
-                                    "/script GTK_MODULES=" UI_SCRIPT_MODULE
+                                    "/script GDK_CORE_DEVICE_EVENTS=1 GTK_MODULES=" UI_SCRIPT_MODULE
                                     " && timeout 60 " WITH_DISPLAY " " TAVU_SIM
                                     " --report=$OUT/report --record=$OUT/record " +
                                     sim_options + " -- " PROGRAM " </dev/null >$OUT/output 2>&1";

@@ -6,6 +6,7 @@
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 const std::string kSettings = R"(
 select NRate_cbbox "Baud 250K"
@@ -52,6 +53,42 @@ TEST_F(Session, WritesExactlyTheseBytesFromConnectToDisconnect) {
             "click Connect_btn\nwait-log \"Disconnect device successfully !\" 10\nclose\n",
         "--port ttyACM0", 0, expected);
     EXPECT_EQ(wire, expected);
+}
+
+// 250 kbit/s and CAN FD for CAN 1, a payload of 64 bytes, a burst that would take minutes.
+TEST_F(Session, RunsFromConnectToDisconnectByTheKeyboardAlone) {
+    std::string typed = "key 0 0 <Shift>Tab";  // and back to the first byte
+    std::string frame = "F0 F1 04 00 00 01 23 ";
+    for (const char high : {'4', '5', '6', '7'}) {
+        for (const char low : std::string("0123456789ABCDEF")) {
+            typed += {' ', high, ' ', low};
+            frame += {high, low, ' '};
+        }
+    }
+    frame += "E9 0D 0A\n";
+    run("wait-window main_window 30\nkey F2\nwait-log \"Get version successfully !\" 10\n"
+        "tab-to FDEN_checkbox\nkey space\nwait FDEN_checkbox on 5\n"
+        "tab-to NRate_cbbox\nkey Home Down Down\nexpect NRate_cbbox \"Baud 250K\"\n"
+        "key F3\nwait-log \"CAN1 operates in CANFD\" 10\nwait Start_btn \"Stop CAN\" 10\n"
+        "tab-to s_FDF_checkbox\nkey space\nwait s_FDF_checkbox on 5\n"
+        "tab-to s_CAN_Len_cbox\nkey End\ntab-to s_ID_entry\nkey 1 2 3\n"
+        "tab-to s_EditData_btn\nkey space\nwait-window EditData_dialog 5\n" +
+        typed +
+        "\nkey Return\nwait s_D7_entry 47 5\n"
+        "tab-to s_Times_entry\nkey 9 9 9 9 9\ntab-to s_Interval_entry\nkey 1 0 0 0\n"
+        "key F4\nwait bs_send_content_1 >=10 10\n"
+        "key F5\nsleep 300\nkey F9\nsleep 300\nexpect bs_send_content_1 0\n"  // nothing goes on
+        "key F3\nwait Start_btn \"Start CAN\" 10\n"
+        "key F2\nwait-log \"Disconnect device successfully !\" 10\nclose\n");
+    int frames = 0;
+    for (size_t at = 0; (at = wire.find(frame)) != std::string::npos; ++frames) {
+        wire.erase(at, frame.size());
+    }
+    EXPECT_GE(frames, 10);
+    EXPECT_THAT(wire, Not(HasSubstr("F0 ")));
+    EXPECT_THAT(wire, HasSubstr("\n4A 02 02 01 00 4F 0D 0A\n"));  // CAN FD, 2 Mbit/s
+    EXPECT_THAT(wire, HasSubstr("\n30 06 07 3D 0D 0A\n"));        // 250 and 500 kbit/s
+    EXPECT_THAT(wire, testing::EndsWith("\n61 00 00 61 0D 0A\n"));
 }
 
 TEST_F(Session, ListsModulesInPortOrderAndShowsEveryFrameOfABurst) {

@@ -37,6 +37,24 @@ TEST_F(DataEditor, FilledBytesReachThePayloadAndThePanelUpToTheLength) {
     edit(1, ed_info.fill_btn, kConfirm);
     EXPECT_EQ(shown({ed_info.ety_d[0], ed_info.ety_d[1]}), "00 | hidden");
     EXPECT_EQ(Bytes(&g_data[0], &g_data[2]), (Bytes{0, 0xEE}));
+    EXPECT_EQ(shown({ed_info.fill_btn, ed_info.clear_btn}), "Fill | Clear");
+    edit(0, ed_info.fill_btn, kConfirm);
+    EXPECT_EQ(shown({ed_info.fill_btn, ed_info.clear_btn}), "(Fill) | (Clear)");
+}
+
+TEST_F(DataEditor, ReturnInAnEntryTakesTheBytesOverAndEscapeDropsThem) {
+    use(ss_info.cbbox[SS_CBBOX_LEN], "8");
+    for (const auto& [key, byte] :
+         {std::pair{GDK_KEY_Return, 0xC1}, {GDK_KEY_KP_Enter, 0xC1}, {GDK_KEY_Escape, 0x5A}}) {
+        use(ss_info.ety_d[SS_ETY_D_B0], "5a");
+        std::function<void()> visit = [&] {
+            use(ed_info.ety_d[0], "c1");
+            ui_script::press_key(ed_info.ety_d[0], key);
+        };
+        when_idle(&visit);
+        use(ss_info.btn_can_data);  // returns once the key has answered the dialog
+        EXPECT_EQ(g_data[0], byte) << key;
+    }
 }
 
 TEST_F(DataEditor, ClearedBytesAreForgottenUnlessTheyAreConfirmed) {

@@ -23,7 +23,10 @@ TEST_F(SendPanel, FlagsLengthsAndBytesFollowEachOther) {
     EXPECT_EQ(after(fdf, "on", panel), "on | off | (off) | 8 | 3");
     use(brs, "on");
     EXPECT_EQ(after(length, "64", panel), "on | on | (off) | 64 | 3");
+    GtkWidget* hint = ui_script::find_by_id("s_more_hint");
+    EXPECT_EQ(after(length, "12", {hint}), "Bytes 8 to 11 are sent too: see Edit…");
     EXPECT_EQ(after(channel, "CAN 2", panel), "(off) | (off) | off | 8 | 3");
+    EXPECT_EQ(shown({hint}), "hidden");
     use(channel, "CAN 1");
     EXPECT_EQ(after(rtr, "on", panel), "(off) | (off) | on | 8 | 3");
     EXPECT_EQ(after(rtr, "off", panel), "off | (off) | off | 8 | 3");
@@ -70,6 +73,8 @@ TEST_F(SendPanel, BurstGoesOutAsComposedWithItsIntervalUntilStop) {
     ASSERT_TRUE(run_until([] { return !station().commands().empty(); }));
     EXPECT_EQ(station().commands()[0], (Bytes{0xE0, 0x8A, 0, 0, 0x01, 0xAB, 0, 1, 0x2C, 3, 4, 5, 6,
                                               0xFF, 0x54, 0x0D, 0x0A}));
+    EXPECT_TRUE(gtk_widget_is_sensitive(ss_info.btn_stop));  // though the channels are stopped
+    EXPECT_FALSE(gtk_widget_is_sensitive(ss_info.btn_send));
     use(ss_info.btn_stop);  // returns once the worker has ended
     ASSERT_TRUE(run_until(send_queue_empty));
     const Lines at_stop = rows_of(bs_info.tree);

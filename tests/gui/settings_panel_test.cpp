@@ -71,6 +71,12 @@ TEST_F(SettingsPanel, ModulesConfigurationIsShownAndSentBackUnchanged) {
     EXPECT_EQ(station().state().config, state.config);
     EXPECT_EQ(station().state().fd_config, state.fd_config);
     EXPECT_TRUE(logs([] { use(cs_info.btn[CS_BTN_RESET]); }, {"Reset CAN successfully !"}));
+    UPUI_INFO usual = upui_info;
+    usual.cfg_info_canfd.datarate[CAN_2] = 5;
+    guiStatusUpdate(usual);
+    EXPECT_EQ(settings(CAN_2).substr(0, 18), "Baud 1M | Baud 5M ");
+    GtkComboBox* data_rate = GTK_COMBO_BOX(cs_info.can[CAN_2].cbbox[CS_CBBOX_DATABAUD]);
+    EXPECT_FALSE(ui_script::select_row(data_rate, "Baud 6M"));  // it leaves the list again
 }
 
 TEST_F(SettingsPanel, RefusedCommandsAreReportedAsFailedOrNotAtAll) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -162,6 +163,47 @@ Outcome type(Step& step) {
         press_key(entry, gdk_unicode_to_keyval(g_utf8_get_char(at)));
     }
     return Outcome::done;
+}
+
+// Sends one key and waits until the program has taken its events off the queue; true from then on.
+bool key_arrived(Step& step, const std::string& name) {
+    if (step.mark < 0) {
+        if (g_getenv("GDK_CORE_DEVICE_EVENTS") == nullptr) {
+            fail("keys want GDK_CORE_DEVICE_EVENTS=1 in the environment");
+        }
+        guint key = 0;
+        GdkModifierType modifiers{};
+        gtk_accelerator_parse(name.c_str(), &key, &modifiers);
+        if (key == 0) {
+            fail(quoted(name) + " is no key");
+        }
+        if (!send_key(key, modifiers)) {
+            fail("no window takes keys");
+        }
+        step.mark = 0;
+        return false;
+    }
+    return gdk_events_pending() == FALSE;
+}
+
+Outcome key(Step& step) {
+    if (!key_arrived(step, step.words[1])) {
+        return wait_until(step, false, kDefaultLimit_s, "the key is not taken");
+    }
+    step.mark = -1;
+    step.words.erase(step.words.begin() + 1);
+    return step.words.size() > 1 ? Outcome::again : Outcome::done;
+}
+
+Outcome tab_to(Step& step) {
+    GtkWidget* wanted = widget(step.words[1]);
+    if (step.mark < 0 && has_focus(wanted)) {
+        return Outcome::done;
+    }
+    if (key_arrived(step, "Tab")) {
+        step.mark = -1;
+    }
+    return wait_until(step, false, kDefaultLimit_s, "Tab does not reach " + step.words[1]);
 }
 
 Outcome expect(Step& step) {
@@ -357,12 +399,16 @@ Outcome quit_code(Step& step) {
     end_program(number<int>(step.words[1]));
 }
 
+constexpr size_t kAnyNumber = SIZE_MAX;
+
 constexpr Command kCommands[] = {
     {"wait-window", 2, 2, wait_window},
     {"click", 1, 1, click},
     {"toggle", 2, 2, toggle},
     {"select", 2, 2, select},
     {"type", 2, 2, type},
+    {"key", 1, kAnyNumber, key},
+    {"tab-to", 1, 1, tab_to},
     {"expect", 2, 2, expect},
     {"expect-sensitive", 2, 2, expect_sensitive},
     {"wait", 3, 3, wait},

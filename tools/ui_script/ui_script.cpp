@@ -14,6 +14,8 @@
 //   toggle ID on|off            clicks a check box that is in the other state
 //   select ID TEXT              selects a combo's row
 //   type ID TEXT                empties an entry and types into it, key by key, as key filters want
+//   key NAME...                 presses keys in the window that has the keyboard: F2, a, <Alt>n, Tab
+//   tab-to ID                   presses Tab until the widget has the focus
 //   expect ID TEXT              compares a text now; text_of in widgets.h says what counts as text
 //   expect-sensitive ID on|off  compares a widget's sensitivity now
 //   wait ID TEXT SECONDS        until the text is TEXT or, for >=N, a number of at least N
@@ -34,10 +36,11 @@
 //   quit-code N                 ends the program at once with exit status N
 // clang-format on
 //
-// Relative FILE and PATH start from the directory UI_SCRIPT_OUT when it is set. Animations are
-// switched off, so that a screenshot shows a settled state. A step that fails, and a program that
-// ends before the last step, print "ui_script: line N: reason" to standard error and give exit
-// status 70.
+// The keys of key and tab-to go through the display as a user's do; windows take them only if the
+// program was started with GDK_CORE_DEVICE_EVENTS=1 in its environment. Relative FILE and PATH start
+// from the directory UI_SCRIPT_OUT when it is set. Animations are switched off, so that a screenshot
+// shows a settled state. A step that fails, and a program that ends before the last step, print
+// "ui_script: line N: reason" to standard error and give exit status 70.
 #include <gtk/gtk.h>
 
 #include <cstdlib>

@@ -243,6 +243,31 @@ void press_key(GtkWidget* widget, guint key) {
     g_free(keys);
 }
 
+bool send_key(guint key, GdkModifierType modifiers) {
+    GtkWidget* grab = gtk_grab_get_current();
+    GtkWidget* active = first_open_window(
+        [](GtkWidget* window) { return gtk_window_is_active(GTK_WINDOW(window)) != FALSE; });
+    GtkWidget* target = active != nullptr ? active : find_main_window();
+    if (grab != nullptr) {
+        target = gtk_widget_get_toplevel(grab);
+    }
+    if (target == nullptr) {
+        return false;
+    }
+    GdkWindow* window = gtk_widget_get_window(target);
+    bool is_sent = true;
+    for (const GdkEventType type : {GDK_KEY_PRESS, GDK_KEY_RELEASE}) {
+        is_sent = is_sent && gdk_test_simulate_key(window, -1, -1, key, modifiers, type);
+    }
+    return is_sent;
+}
+
+bool has_focus(GtkWidget* widget) {
+    GtkWidget* window = gtk_widget_get_toplevel(widget);
+    GtkWidget* focus = GTK_IS_WINDOW(window) ? gtk_window_get_focus(GTK_WINDOW(window)) : nullptr;
+    return focus != nullptr && (focus == widget || gtk_widget_is_ancestor(focus, widget));
+}
+
 void close_window(GtkWidget* window) {
     const Event event(gdk_event_new(GDK_DELETE), gdk_event_free);
     event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(window)));

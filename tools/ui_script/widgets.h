@@ -49,6 +49,14 @@ bool select_row(GtkComboBox* combo, const std::string& text);
 // Presses and releases a key in the widget's window; it arrives at whatever has the focus there.
 void press_key(GtkWidget* widget, guint key);
 
+// Sends a press and a release of a key to the window that has the keyboard - an open menu or dialog,
+// else the active or the main window - through the display, so that they arrive as a user's do.
+// False when the display refuses them.
+bool send_key(guint key, GdkModifierType modifiers);
+
+// Whether the widget, or its part that takes the keys, has the focus of its window.
+bool has_focus(GtkWidget* widget);
+
 // Closes a window as its close button would: asks it, then destroys it unless it refuses.
 void close_window(GtkWidget* window);
 
