@@ -4,23 +4,53 @@
 #
 # What a developer's machine has installed over the years hides what the scripts forget to install. Here there is
 # nothing but a minimal system, git, and sudo for the plain user. Runs twice: as root, and as a plain user with sudo.
-# Mounts are made in a namespace of their own, so they are gone with this process, however it ends.
+# All runs in namespaces of its own: its processes and mounts are gone with them, however it ends.
 # SPDX-License-Identifier: MIT
 set -eu
-if [ -z "${FRESH_NAMESPACE:-}" ]; then
-    exec env FRESH_NAMESPACE=1 unshare --mount --propagation private sh "$0" "$@"
-fi
 source=$1
 log_folder=$2
 suite=bookworm
-scratch=$(mktemp -d "${TMPDIR:-/tmp}/tavu-fresh.XXXXXX")
-trap 'unmount_all; rm -rf --one-file-system "$scratch"' EXIT
-trap 'exit 143' INT TERM HUP
+root_MB=4000
+. "$source/tools/setup.sh"
 
 fail() {
+    trap - EXIT
     printf 'fresh machine: %s\n' "$1" >&2
     exit 1
 }
+
+# What a killed process was just about to write may outlive the first try.
+clean_up() {
+    [ -z "$inside" ] || { kill -KILL "$inside"; wait "$inside" || true; } 2>/dev/null
+    for _ in 1 2 3 4 5; do
+        ! rm -rf --one-file-system "$FRESH_SCRATCH" 2>/dev/null || break
+        sleep 1
+    done
+}
+
+if [ -z "${FRESH_SCRATCH:-}" ]; then
+    [ "$(id -u)" -eq 0 ] || fail "root rights are needed to make a root"
+    namespaces="--mount --pid --fork --kill-child --mount-proc --propagation private"
+    # shellcheck disable=SC2086 # a list of words
+    unshare $namespaces true || fail "nothing can be mounted here: run this outside the container"
+    free_MB=$(df -Pm "${TMPDIR:-/tmp}" | awk 'NR > 1 { print $4 }')
+    [ "${free_MB:-0}" -ge "$root_MB" ] ||
+        fail "$root_MB MB are needed in ${TMPDIR:-/tmp}: free some, or set TMPDIR to a folder that has them"
+    FRESH_SCRATCH=$(mktemp -d "${TMPDIR:-/tmp}/tavu-fresh.XXXXXX")
+    export FRESH_SCRATCH
+    inside=""
+    trap clean_up EXIT
+    trap 'echo "fresh machine: stopped by a signal" >&2; exit 143' INT TERM HUP
+    # shellcheck disable=SC2086
+    unshare $namespaces sh "$0" "$@" &
+    inside=$!
+    status=0
+    wait "$inside" || status=$?
+    inside=""
+    exit "$status"
+fi
+scratch=$FRESH_SCRATCH
+trap 'fail "ended early; the reason is above$(nearly_full)"' EXIT
 
 unmount_all() {
     awk -v scratch="$scratch/" 'index($2, scratch) == 1 { print $2 }' /proc/mounts | sort -r |
@@ -38,17 +68,17 @@ make_base() {
         [ ! -s "$file" ] || options="$options --aptopt=$file"
     done
     # shellcheck disable=SC2086 # lists of words
-    mmdebstrap --variant=minbase --include=git,sudo,ca-certificates $options \
+    TMPDIR=$scratch mmdebstrap --variant=minbase --include=git,sudo,ca-certificates $options \
         "$suite" "$base" $sources >"$log_folder/fresh-base.log" 2>&1 ||
-        { tail -n 20 "$log_folder/fresh-base.log" >&2; fail "no minimal root could be made: is the machine online?"; }
+        { tail -n 20 "$log_folder/fresh-base.log" >&2; fail "no minimal root could be made: is the machine online?$(nearly_full)"; }
     cp -L /etc/resolv.conf "$base/etc/resolv.conf"
     echo "127.0.0.1 localhost $(uname -n)" >"$base/etc/hosts"
-    git -C "$source" bundle create -q "$base/srv/project.bundle" HEAD
+    mv "$scratch/project.bundle" "$base/srv/"
 }
 
 # A copy of the base with proc, dev and pts, and a user who may use sudo.
 make_root() {
-    cp -a "$base" "$root"
+    cp -a "$base" "$root" 2>"$log_folder/fresh-copy.log" || fail "the minimal root could not be copied$(nearly_full)"
     mount -t proc proc "$root/proc"
     mount -t tmpfs dev "$root/dev"
     for node in null zero full random urandom tty; do
@@ -105,10 +135,11 @@ build_packages() {
         "$project"/tests/fresh "$project"/tools "$project"/examples "$scratch/packages"
 }
 
-[ "$(id -u)" -eq 0 ] || fail "root rights are needed to make a root"
 base=$scratch/base
 root=$scratch/root
 began=$(date +%s)
+git -C "$source" -c safe.directory="$source" bundle create -q "$scratch/project.bundle" HEAD ||
+    fail "the project cannot be copied: git must be here, and $source a clone with a commit"
 make_base
 printf '  %-28s %4s s\n' "minimal root" $(($(date +%s) - began))
 for user in root engineer; do
@@ -122,4 +153,5 @@ done
 make_root
 cp -r "$scratch/packages" "$root/srv/packages"
 step packages root sh /srv/packages/fresh/packages.sh /srv/packages engineer
-drop_root
+trap - EXIT
+echo "All checks passed"

@@ -18,7 +18,7 @@ using testing::HasSubstr;
 // Runs tavu-sim with the arguments, as a shell understands them; its exit status and its output.
 std::pair<int, std::string> tavu_sim(const std::string& arguments) {
     std::string output;
-    std::FILE* pipe = popen(("timeout 20 " TAVU_SIM " " + arguments + " 2>&1").c_str(), "r");
+    std::FILE* pipe = popen(("timeout 60 " TAVU_SIM " " + arguments + " 2>&1").c_str(), "r");
     for (int byte = 0; (byte = std::fgetc(pipe)) != EOF;) {
         output += static_cast<char>(byte);
     }
@@ -43,7 +43,8 @@ TEST(TavuSim, ExplainsBadArgumentsAndElseEndsAsItsProgramEndsWithAReportIfAsked)
         {"--node-rate 500/20", 2, "node rate is not of the form 500 or 500/2: '500/20'"},
         {"--help", 0, "unplugged   is not there (plug it in with --control)"},
         {"--version", 0, "tavu-sim "},
-        {"& sleep 0.3; kill $!; wait $!", 0, "ttyACM0 /dev/pts/"},
+        {">$FIFO.out & until grep -s pts $FIFO.out; do sleep 0.1; done; kill $!; wait $!", 0,
+         "ttyACM0 /dev/pts/"},
         {"--linked-shim -- /bin/sh -c 'test -z \"$LD_PRELOAD\"'", 0, ""},
         {"--device /dev/null -- /bin/true", 125, "/dev/null: Inappropriate ioctl"},
         {"-- /bin/sh -c 'exit 3'", 3, ""},
