@@ -37,8 +37,8 @@ struct CaptureState {
 // crash of the program loses nothing of it; a power cut may take what came after the last sync.
 struct Capture;
 
-// Ends the capture. TAVU_FAILURE: the system reports only now that something was not written.
-// A null pointer is ignored.
+// Ends the capture, as a CapturePointer does by itself; release() that when the result matters.
+// TAVU_FAILURE: the system tells only now that something was not written. Null is ignored.
 int capture_close(Capture* capture);
 
 struct CaptureCloser {
@@ -47,13 +47,14 @@ struct CaptureCloser {
 using CapturePointer = std::unique_ptr<Capture, CaptureCloser>;
 
 // Creates the file, or empties it if it exists. Null: it cannot be created or its beginning cannot
-// be written, errno tells why; ENAMETOOLONG, EINVAL also for an interface name that is none.
+// be written, errno tells why; EINVAL also for an interface name that is none. A pipe waits for its
+// reader here; when the reader goes, the program gets SIGPIPE unless it ignores that.
 CapturePointer capture_open(const char* path, const CaptureSettings& settings);
 
-// Writes records with one call of the system; more than a thousand with one for each thousand.
-// TAVU_FAILURE: some of them were not written, capture_state tells how many and why. The file then
-// ends with the last whole record, and a later call may succeed, as when the full disk has room
-// again. Records that are invalid (pcap: also of a time after 2106) are left out and counted as
+// Writes records with one call of the system for each 64 KiB. TAVU_FAILURE: some of them were not
+// written, capture_state tells how many and why. The file then ends with the last whole record
+// (but for a pipe, which cannot be cut), and a later call may succeed, as when the full disk has
+// room again. Records that are invalid (pcap: also of a time after 2106) are left out and counted as
 // lost, with error EINVAL; the others are written.
 int capture_write(Capture* capture, std::span<const Record> records);
 

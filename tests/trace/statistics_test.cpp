@@ -7,6 +7,8 @@
 
 #include <stdlib.h>
 
+#include <new>
+
 using namespace trace;
 
 namespace {
@@ -15,15 +17,18 @@ int allocations = 0;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     ++allocations;
-    void* const memory = malloc(size);
+    return malloc(size);
+}
+void* operator new(std::size_t size) {
+    void* const memory = operator new(size, std::nothrow);
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept {
     free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
     free(memory);
 }
 
@@ -84,11 +89,11 @@ TEST(Statistics, IdentifiersBeyondTheBoundAreCountedAndNothingIsAllocated) {
     constexpr int kBeyond = 100;
     for (int round = 0; round < 2; ++round) {
         for (int i = 0; i < kStatisticsRows + kBeyond; ++i) {
-            const Record record{
-                .frame = Frame{.id_type = TAVU_EID, .id = static_cast<unsigned>(i) << 12}};
-            const Record odd{
-                .frame = Frame{.id_type = TAVU_EID, .id = static_cast<unsigned>(i) * 0x1FF1}};
-            const int row = statistics_add(statistics.get(), i % 2 == 0 ? record : odd);
+            const Record record{.is_sent = (i & 1) != 0,
+                                .frame = Frame{.CAN_port = i >> 1 & 1,
+                                               .id_type = TAVU_EID,
+                                               .id = static_cast<unsigned>(i >> 2) * 0x7F00}};
+            const int row = statistics_add(statistics.get(), record);
             ASSERT_EQ(row, i < kStatisticsRows ? i : -1);
         }
     }

@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 #include <string.h>
+#include <vector>
 
 using namespace trace;
 
@@ -244,21 +245,25 @@ TEST(Text, TooLittleRoomAndANameThatIsNoneWriteNothing) {
 
 TEST(Record, AReportGivesErrorFramesOfTheChannelsThatItNames) {
     CAN_FRAME_INFO report = Frame{.msg_type = TAVU_BUSERR_TYPE};
-    const std::array<unsigned char, 12> counters{0, 0, 0, 3, 0x85, 0x60, 0, 0, 0, 0, 0, 8};
-    memcpy(report.data_err, counters.data(), counters.size());
     std::array<CAN_FRAME_INFO, TAVU_CHANNEL_CNT> frames{};
-    ASSERT_EQ(error_frames(report, &frames), 2);
-    EXPECT_EQ(console(received(frames[0])),
-              "  can0  20000204   [8]  00 18 00 00 00 00 60 85   ERRORFRAME");
-    EXPECT_EQ(console(received(frames[1])),
-              "  can1  20000200   [8]  00 00 00 00 00 00 08 00   ERRORFRAME");
-    report = Frame{.msg_type = TAVU_BUSERR_PSR_TYPE};
-    report.data_err[1][5] = 0x0B;
-    ASSERT_EQ(error_frames(report, &frames), 1);
-    EXPECT_EQ(console(received(frames[0])),
-              "  can1  20000008   [8]  00 00 00 00 00 00 00 0B   ERRORFRAME");
+    const auto expect_frames = [&](const std::array<unsigned char, 12>& counters,
+                                   const std::vector<std::string>& lines) {
+        memcpy(report.data_err, counters.data(), counters.size());
+        ASSERT_EQ(error_frames(report, &frames), lines.size());
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(console(received(frames[i])), lines[i]);
+        }
+    };
+    expect_frames({0, 0, 0, 3, 0x85, 0x60, 0, 0, 0, 0, 0x7F, 0x80},
+                  {"  can0  20000204   [8]  00 18 00 00 00 00 60 85   ERRORFRAME",
+                   "  can1  20000204   [8]  00 24 00 00 00 00 80 7F   ERRORFRAME"});
+    expect_frames({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x5F, 8},
+                  {"  can1  20000200   [8]  00 00 00 00 00 00 08 5F   ERRORFRAME"});
+    report.msg_type = TAVU_BUSERR_PSR_TYPE;
+    expect_frames({9, 9, 9, 0, 0, 0, 0, 0, 0, 1, 2, 0x0B},
+                  {"  can1  20000008   [8]  00 00 00 00 00 01 02 0B   ERRORFRAME"});
     report.msg_type = TAVU_ROMERR_TYPE;
-    EXPECT_EQ(error_frames(report, &frames), 0);
+    expect_frames({0, 0, 0, 1, 1, 1}, {});
 }
 
 TEST(Record, FieldsOutOfRangeMakeAFrameInvalid) {
