@@ -1,4 +1,4 @@
-// cli/bridge.cpp - command line: tavu bridge, a module's channels as CAN interfaces of the system.
+// cli/bridge.cpp - command: tavu bridge, a module's channels as CAN interfaces of the system.
 // Uses cli/reception.h, cli/sender.h, cli/can_socket.h.
 // Thread: main sends what programs write; one writes to the interfaces what the module receives.
 // SPDX-License-Identifier: MIT

@@ -1,4 +1,4 @@
-// cli/can_socket.cpp - command line: a CAN interface of the system, to write frames to and read from.
+// cli/can_socket.cpp - command: a CAN interface of the system, to write frames to and read from.
 // Uses the kernel's raw CAN sockets, trace/record.h.
 // Thread: any; one writer and one reader at a time.
 // SPDX-License-Identifier: MIT

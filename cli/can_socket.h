@@ -1,4 +1,4 @@
-// cli/can_socket.h - command line: a CAN interface of the system, to write frames to and read from.
+// cli/can_socket.h - command: a CAN interface of the system, to write frames to and read from.
 // Thread: any; one writer and one reader at a time.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_CAN_SOCKET_H

@@ -1,4 +1,4 @@
-// cli/command.h - command line: what the subcommands have in common, and how each is entered.
+// cli/command.h - command: what the subcommands have in common, and how each is entered.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_COMMAND_H

@@ -1,4 +1,4 @@
-// cli/config.cpp - command line: tavu config, the configuration that a module keeps.
+// cli/config.cpp - command: tavu config, the configuration that a module keeps.
 // Uses cli/module.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT

@@ -1,4 +1,4 @@
-// cli/dump.cpp - command line: tavu dump, shows and records what a module receives.
+// cli/dump.cpp - command: tavu dump, shows and records what a module receives.
 // Uses cli/reception.h, trace/ for text, files and statistics.
 // Thread: main.
 // SPDX-License-Identifier: MIT

@@ -1,4 +1,4 @@
-// cli/gen.cpp - command line: tavu gen, sends frames that it makes up.
+// cli/gen.cpp - command: tavu gen, sends frames that it makes up.
 // Uses cli/sender.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT

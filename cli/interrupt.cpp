@@ -1,4 +1,4 @@
-// cli/interrupt.cpp - command line: messages, and the interrupt that ends the work cleanly.
+// cli/interrupt.cpp - command: messages, and the interrupt that ends the work cleanly.
 // Uses POSIX signals; a pipe wakes those who wait.
 // Thread: any; the handler does what is safe there.
 // SPDX-License-Identifier: MIT

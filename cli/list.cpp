@@ -1,4 +1,4 @@
-// cli/list.cpp - command line: tavu list, the modules found and the ports that could not be asked.
+// cli/list.cpp - command: tavu list, the modules found and the ports that could not be asked.
 // Uses cli/module.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT

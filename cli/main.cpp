@@ -1,4 +1,4 @@
-// cli/main.cpp - command line: entry point of tavu.
+// cli/main.cpp - command: entry point of tavu.
 // Uses CLI11 for the options.
 // Thread: main.
 // SPDX-License-Identifier: MIT

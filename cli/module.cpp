@@ -1,4 +1,4 @@
-// cli/module.cpp - command line: a module by its port, set up and started as the options say.
+// cli/module.cpp - command: a module by its port, set up and started as the options say.
 // Uses lib/lib_tavu_2.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT

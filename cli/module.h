@@ -1,4 +1,4 @@
-// cli/module.h - command line: a module by its port, set up and started as the options say.
+// cli/module.h - command: a module by its port, set up and started as the options say.
 // Thread: main, except where said.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_MODULE_H

@@ -1,4 +1,4 @@
-// cli/play.cpp - command line: tavu play, sends the frames of a log with their own timing.
+// cli/play.cpp - command: tavu play, sends the frames of a log with their own timing.
 // Uses cli/sender.h, trace/capture.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT

@@ -1,4 +1,4 @@
-// cli/reception.cpp - command line: receives on a thread of its own; losses.
+// cli/reception.cpp - command: receives on a thread of its own; losses.
 // Uses lib/lib_tavu_2.h, trace/record.h.
 // Thread: main and the one that receives, as the header says.
 // SPDX-License-Identifier: MIT

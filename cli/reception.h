@@ -1,4 +1,4 @@
-// cli/reception.h - command line: receives on a thread of its own, so that no output holds it up.
+// cli/reception.h - command: receives on a thread of its own, so that no output holds it up.
 // Thread: main; the thread that receives is inside.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_RECEPTION_H

@@ -1,4 +1,4 @@
-// cli/send.cpp - command line: tavu send, sends frames that are given as words.
+// cli/send.cpp - command: tavu send, sends frames that are given as words.
 // Uses cli/sender.h, trace/text.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT

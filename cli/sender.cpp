@@ -1,4 +1,4 @@
-// cli/sender.cpp - command line: sends frames, and waits until the bus has carried them.
+// cli/sender.cpp - command: sends frames, and waits until the bus has carried them.
 // Uses lib/lib_tavu_2.h, trace/bus_load.h.
 // Thread: main, or any other one that alone uses it.
 // SPDX-License-Identifier: MIT

@@ -1,4 +1,4 @@
-// cli/sender.h - command line: sends frames, and waits until the bus has carried them.
+// cli/sender.h - command: sends frames, and waits until the bus has carried them.
 // Thread: main, or any other one that alone uses it.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_SENDER_H

@@ -1,4 +1,4 @@
-// cli/table.cpp - command line: a table of what was received of each identifier.
+// cli/table.cpp - command: a table of what was received of each identifier.
 // Uses trace/statistics.h; on a terminal its escape sequences.
 // Thread: main.
 // SPDX-License-Identifier: MIT

@@ -1,4 +1,4 @@
-// cli/table.h - command line: a table of what was received of each identifier.
+// cli/table.h - command: a table of what was received of each identifier.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_TABLE_H
