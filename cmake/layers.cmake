@@ -40,6 +40,8 @@ set(may.tests/gui "\"(gui|service|sim|tests/gui)/${header}\"" "\"(lib/lib_tavu_2
     ${test_tools})
 set(word.tests/sim "test")
 set(may.tests/sim "\"(sim|tests/sim)/${header}\"" ${test_tools})
+set(word.tests/cli "test")
+set(may.tests/cli ${test_tools})
 set(word.tests/end_to_end "test")
 set(may.tests/end_to_end "\"(sim|tests/end_to_end)/${header}\"" ${test_tools})
 set(word.tests/usb_guest "test")
@@ -54,7 +56,7 @@ set(may.bench "\"(bench|lib|trace|service|gui|sim)/${header}\"" ${toolkit} ${tes
 set(word.examples "example")
 set(may.examples "<lib_tavu_2\\.h>")
 
-set(folders lib trace service gui cli sim tests/lib tests/trace tests/service tests/gui tests/sim tests/end_to_end
+set(folders lib trace service gui cli sim tests/lib tests/trace tests/service tests/gui tests/sim tests/cli tests/end_to_end
             tests/usb_guest tests/fuzz tools bench examples)
 set(most_lines 500)
 set(system_header "<[a-z_/0-9]+(\\.h)?>")
