@@ -189,15 +189,18 @@ void add_play(CLI::App& app, Work& work) {
         ->required()
         ->expected(1, 2)
         ->type_name("");
-    add_setup_options(*command, options->setup);
+    add_rate_options(*command, options->setup);
     command->add_option("--speed", options->speed, "times as fast as the log")
+        ->type_name("N")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
     command->add_option("--loop", options->loops, "how many times; 0: until interrupted")
+        ->type_name("N")
         ->capture_default_str();
     command->add_option("--map", options->map, "which channel sends an interface's frames")
         ->type_name("NAME:CHANNEL")
         ->delimiter(',')
+        ->allow_extra_args(false)
         ->capture_default_str();
     command->add_flag("--strict", options->strict, "end at a line that is broken");
     command->callback([options, &work] { work = [options] { return play(*options); }; });

@@ -111,7 +111,7 @@ TEST_F(Tavu, ReceivesWhatTheOtherChannelSentAndWritesItInEveryForm) {
         "echo frame ttyACM0 1 7FF 01 02 03 04 05 06 07 08 09 brs >$FIFO; "
         "echo frame ttyACM0 2 1 >$FIFO; ";
     expect(
-        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump -n 4 --fd 2 --log l "
+        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump --fd 2 ttyACM0 -n 4 --log l "
         "--pcap p --stamp host & started; " +
             frames +
             " wait \\$!\"; "
@@ -151,8 +151,8 @@ TEST_F(Tavu, MakesFramesUpAndLosesNone) {
 
 TEST_F(Tavu, KeepsAModulesConfigurationInAFile) {
     expect(
-        "$SIM -- bash -c \"\\$TAVU config ttyACM0 export c && \\$TAVU send 123#11 -b 250 --fd 5 "
-        "--accept 2:18FEF100/1FFFFFFF -l; \\$TAVU config show && \\$TAVU config import c && "
+        "$SIM -- bash -c \"\\$TAVU config ttyACM0 export c && \\$TAVU dump -q --time 0.1 -b 250 "
+        "--fd 5 --accept 2:18FEF100/1FFFFFFF -l; \\$TAVU config show && \\$TAVU config import c && "
         "\\$TAVU config show\"",
         0,
         AllOf(HasSubstr("CAN 1: 250k bit/s, CAN FD at 5M bit/s, listening, accepts all\n"),
@@ -174,9 +174,11 @@ TEST_F(Tavu, TellsAtOnceWhatEndsIt) {
            AllOf(HasSubstr("0 error frames in"), HasSubstr("can1.running=0")));
     expect("$SIM --traffic 100 -f garbage -- $TAVU dump -q --time 2", 1,
            AllOf(HasSubstr("lost so far: "), HasSubstr("lost: ")));
+    expect("$SIM -- $TAVU dump -q -n 1 --time 0.1", 1, "0 frames and 0 error frames");
     expect("$TAVU bridge no_such_interface", 5, "no_such_interface: ");
     for (const char* wrong :
-         {"dump --bogus", "dump --accept 3:1/1", "gen --length 65", "", "fly"}) {
+         {"dump --bogus", "dump --accept 3:1/1", "dump -b 250,250,250", "gen --length 65",
+          "gen --length 9", "gen --length 9 --fd 2", "gen --id 800", "send -l 1#", "", "fly"}) {
         expect("$TAVU " + std::string(wrong), 2, "");
     }
 }
