@@ -144,9 +144,9 @@ TEST_F(Tavu, PlaysALogWithItsTimingMapAndBrokenLines) {
 }
 
 TEST_F(Tavu, MakesFramesUpAndLosesNone) {
-    expect("$SIM -r -- bash -c \"\\$TAVU gen -n 2000 -g 0 --data count --length 8 -x\"", 0,
-           AllOf(HasSubstr("2000 frames sent"), HasSubstr("can1.from_host=2000"),
-                 HasSubstr("can1.refused=0"), HasSubstr("can2.reports=2000")));
+    expect("$SIM -r -- bash -c \"\\$TAVU gen -n 10000 -g 0 --length 8\"", 0,
+           AllOf(HasSubstr("10000 frames sent"), HasSubstr("can1.from_host=10000"),
+                 HasSubstr("can1.refused=0"), HasSubstr("can2.reports=10000")));
 }
 
 TEST_F(Tavu, KeepsAModulesConfigurationInAFile) {
