@@ -171,15 +171,16 @@ bool Dump::handle(std::span<const trace::Record> records) {
 }
 
 bool Dump::write_files(std::span<const trace::Record> records) {
+    bool is_written = true;
     for (const File& file : files_) {
         if (trace::capture_write(file.capture.get(), records) != TAVU_SUCCESS) {
             const trace::CaptureState state = trace::capture_state(file.capture.get());
             complain("%s: %s; %llu frames are not in it", file.path.c_str(),
                      std::strerror(state.error), static_cast<unsigned long long>(state.lost));
-            return false;
+            is_written = false;
         }
     }
-    return true;
+    return is_written;
 }
 
 trace::Record Dump::stamped(const trace::Record& record) {
@@ -224,9 +225,10 @@ bool Dump::close_files() {
 
 void Dump::print_summary() const {
     const std::chrono::duration<double> time = Clock::now() - begin_;
-    complain("%llu frames and %llu error frames in %.1f s; %s",
+    complain("%llu frames and %llu error frames in %.1f s; %s%s",
              static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(errors_),
-             time.count(), losses_.summary().c_str());
+             time.count(), status_ == kNoOutput ? "not all of it was written; " : "",
+             losses_.summary().c_str());
 }
 
 }  // namespace

@@ -163,12 +163,13 @@ TEST_F(Tavu, KeepsAModulesConfigurationInAFile) {
 }
 
 TEST_F(Tavu, TellsAtOnceWhatEndsIt) {
-    expect("$SIM --traffic 100 -- $TAVU dump -q --log /dev/full", 5, "/dev/full: No space left");
+    expect("$SIM --traffic 100 -- $TAVU dump -q --log /dev/full --pcap p", 5,
+           AllOf(HasSubstr("/dev/full: No space left"), HasSubstr("not all of it was written")));
     expect("$SIM --traffic 100 -- bash -c \"\\$TAVU dump; echo \\$? >&2\" | head -n 1; true", 0,
            AllOf(HasSubstr("standard output: Broken pipe"), HasSubstr("\n5\n")));
     expect(
-        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump -q & started; "
-        "echo unplug ttyACM0 >$FIFO; wait \\$!\"",
+        "$SIM --traffic 100 -c $FIFO -- bash -c \"\\$TAVU dump -q --log l & "
+        "until [ -s l ]; do sleep 0.1; done; echo unplug ttyACM0 >$FIFO; wait \\$!\"",
         4, "/dev/ttyACM0: the module is gone");
     expect("$SIM --traffic 100 -r -- bash -c \"timeout -s INT 3 \\$TAVU dump -q; echo \\$?\"", 0,
            AllOf(HasSubstr("0 error frames in"), HasSubstr("can1.running=0")));
