@@ -82,12 +82,12 @@ int Dump::run() {
     if (options_.stats) {
         statistics_ = trace::statistics_make();
     }
-    if (!open_files()) {
-        return kNoOutput;
-    }
     const OpenPort port(com_port);
     if (!port.is_open()) {
         return kNoPort;
+    }
+    if (!open_files()) {  // only now: without a module, no recording is overwritten by none
+        return kNoOutput;
     }
     if (!set_up(com_port, options_.setup)) {
         return kIncomplete;
