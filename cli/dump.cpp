@@ -15,7 +15,6 @@
 #include <array>
 #include <chrono>
 #include <cstring>
-#include <map>
 #include <memory>
 
 namespace cli {
@@ -27,8 +26,6 @@ using Clock = std::chrono::steady_clock;
 constexpr int kTake_ms = 200;
 constexpr std::chrono::seconds kTablePeriod{1};
 
-enum class Stamp { none, host, module, delta };
-
 struct Options {
     std::string port;
     Setup setup;
@@ -36,7 +33,7 @@ struct Options {
     std::string pcap;
     std::uint64_t count = 0;  // 0: without end
     double time_s = 0;        // 0: without end
-    Stamp stamp = Stamp::none;
+    std::string stamp;  // host, module, delta; empty: none is shown
     bool stats = false;
     bool quiet = false;
 };
@@ -85,12 +82,12 @@ int Dump::run() {
     if (options_.stats) {
         statistics_ = trace::statistics_make();
     }
-    if (!open_files()) {
-        return kNoOutput;
-    }
     const OpenPort port(com_port);
     if (!port.is_open()) {
         return kNoPort;
+    }
+    if (!open_files()) {  // only now: without a module, no recording is overwritten by none
+        return kNoOutput;
     }
     if (!set_up(com_port, options_.setup)) {
         return kIncomplete;
@@ -103,7 +100,8 @@ int Dump::run() {
         status_ = kNoOutput;
     }
     print_summary();
-    return status_ == kDone && losses_.any() ? kIncomplete : status_;
+    const bool is_short = frames_ < options_.count && !is_interrupted();
+    return status_ == kDone && (losses_.any() || is_short) ? kIncomplete : status_;
 }
 
 bool Dump::open_files() {
@@ -173,23 +171,24 @@ bool Dump::handle(std::span<const trace::Record> records) {
 }
 
 bool Dump::write_files(std::span<const trace::Record> records) {
+    bool is_written = true;
     for (const File& file : files_) {
         if (trace::capture_write(file.capture.get(), records) != TAVU_SUCCESS) {
             const trace::CaptureState state = trace::capture_state(file.capture.get());
             complain("%s: %s; %llu frames are not in it", file.path.c_str(),
                      std::strerror(state.error), static_cast<unsigned long long>(state.lost));
-            return false;
+            is_written = false;
         }
     }
-    return true;
+    return is_written;
 }
 
 trace::Record Dump::stamped(const trace::Record& record) {
     trace::Record shown = record;
-    if (options_.stamp == Stamp::module) {
+    if (options_.stamp == "module") {
         const TIME_ST_T& stamp = record.frame.timestamp;
         shown.time_us = std::int64_t{stamp.second} * 1'000'000 + stamp.micro_second;
-    } else if (options_.stamp == Stamp::delta) {
+    } else if (options_.stamp == "delta") {
         shown.time_us = last_us_ == 0 ? 0 : std::max<std::int64_t>(record.time_us - last_us_, 0);
         last_us_ = record.time_us;
     }
@@ -198,7 +197,7 @@ trace::Record Dump::stamped(const trace::Record& record) {
 
 bool Dump::print(const trace::Record& record) {
     const trace::ConsoleForm form{
-        .time = options_.stamp == Stamp::none ? trace::kTimeNone : trace::kTimeSeconds};
+        .time = options_.stamp.empty() ? trace::kTimeNone : trace::kTimeSeconds};
     std::array<char, trace::kTextMost> line{};
     if (trace::console_line_write(stamped(record), {}, form, line) >= 0 &&
         std::printf("%s\n", line.data()) < 0) {
@@ -226,9 +225,10 @@ bool Dump::close_files() {
 
 void Dump::print_summary() const {
     const std::chrono::duration<double> time = Clock::now() - begin_;
-    complain("%llu frames and %llu error frames in %.1f s; %s",
+    complain("%llu frames and %llu error frames in %.1f s; %s%s",
              static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(errors_),
-             time.count(), losses_.summary().c_str());
+             time.count(), status_ == kNoOutput ? "not all of it was written; " : "",
+             losses_.summary().c_str());
 }
 
 }  // namespace
@@ -238,16 +238,19 @@ void add_dump(CLI::App& app, Work& work) {
     const auto options = std::make_shared<Options>();
     add_port_option(*command, options->port);
     add_setup_options(*command, options->setup);
-    command->add_option("--log", options->log, "write a candump log to this file");
-    command->add_option("--pcap", options->pcap, "write a capture for Wireshark to this file");
+    command->add_option("--log", options->log, "write a candump log to this file")
+        ->type_name("FILE");
+    command->add_option("--pcap", options->pcap, "write a capture for Wireshark to this file")
+        ->type_name("FILE");
     command->add_option("-n,--count", options->count, "end after so many frames")
+        ->type_name("N")
         ->check(CLI::PositiveNumber);
     command->add_option("--time", options->time_s, "end after so many seconds")
+        ->type_name("SECONDS")
         ->check(CLI::PositiveNumber);
-    const std::map<std::string, Stamp> stamps{
-        {"host", Stamp::host}, {"module", Stamp::module}, {"delta", Stamp::delta}};
-    command->add_option("--stamp", options->stamp, "show a time: host, module or delta")
-        ->transform(CLI::CheckedTransformer(stamps));
+    command->add_option("--stamp", options->stamp, "show a time: of the day, the module's, the gap")
+        ->type_name("TIME")
+        ->check(CLI::IsMember({"host", "module", "delta"}));
     command->add_flag("--stats", options->stats, "show a table of the identifiers instead");
     command->add_flag("-q,--quiet", options->quiet, "show no frames");
     command->callback([options, &work] { work = [options] { return Dump(*options).run(); }; });

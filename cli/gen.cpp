@@ -8,7 +8,6 @@
 
 #include "trace/record.h"
 
-#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -44,6 +43,10 @@ bool is_kind_or_number(const std::string& text, int base, unsigned long most) {
     }
 }
 
+bool is_number(const std::string& kind) {
+    return kind != "random" && kind != "count";
+}
+
 class Generator {
   public:
     explicit Generator(const Options& options) : options_(options), random_(options.seed) {}
@@ -65,7 +68,7 @@ unsigned int Generator::choose(const std::string& kind, int base, unsigned int m
     if (kind == "count") {
         return static_cast<unsigned int>(number_ % (std::uint64_t{most} + 1));
     }
-    return std::min(static_cast<unsigned int>(std::stoul(kind, nullptr, base)), most);
+    return static_cast<unsigned int>(std::stoul(kind, nullptr, base));
 }
 
 // Counting data is the frame's number, low byte first, so that a gap shows.
@@ -87,16 +90,34 @@ CAN_FRAME_INFO Generator::next() {
     frame.fdf = is_fd ? TAVU_FDF_ON : TAVU_FDF_OFF;
     frame.brs = is_fd && options_.brs ? TAVU_BRS_ON : TAVU_BRS_OFF;
     frame.dlc = static_cast<int>(choose(options_.length, 10, is_fd ? 15 : 8));
-    if (options_.length != "random" && options_.length != "count") {
-        const int bytes = std::stoi(options_.length);
-        frame.dlc = is_fd ? trace::fd_dlc(bytes) : std::min(bytes, trace::kClassicBytes);
+    if (is_fd && is_number(options_.length)) {
+        frame.dlc = trace::fd_dlc(frame.dlc);
     }
     fill(frame);
     ++number_;
     return frame;
 }
 
+// False after a message: no frame has that identifier or length.
+bool is_possible(const Options& options) {
+    const bool is_fd = !options.setup.data_rate.empty();
+    if (is_number(options.id) && !options.extended &&
+        std::stoul(options.id, nullptr, 16) > TAVU_SID_MAX) {
+        complain("--id %s needs --extended", options.id.c_str());
+        return false;
+    }
+    const int bytes = is_number(options.length) ? std::stoi(options.length) : 0;
+    if (bytes > trace::kClassicBytes && (!is_fd || trace::fd_dlc(bytes) < 0)) {
+        complain(is_fd ? "no CAN FD frame has %d bytes" : "--length %d needs --fd", bytes);
+        return false;
+    }
+    return true;
+}
+
 int generate(const Options& options) {
+    if (!is_possible(options)) {
+        return kUsage;
+    }
     const int com_port = port_of_option(options.port);
     if (com_port < 0) {
         return kNoPort;
@@ -138,27 +159,34 @@ void add_gen(CLI::App& app, Work& work) {
     CLI::App* command = app.add_subcommand("gen", "Send frames that are made up");
     const auto options = std::make_shared<Options>();
     add_port_option(*command, options->port);
-    add_setup_options(*command, options->setup);
+    add_rate_options(*command, options->setup);
     command->add_option("-c,--channel", options->channel, "channel that sends")
+        ->type_name("CHANNEL")
         ->check(CLI::IsMember({1, 2}))
         ->capture_default_str();
     command->add_option("-n,--count", options->count, "end after so many frames")
+        ->type_name("N")
         ->check(CLI::PositiveNumber);
     command->add_option("-g,--gap", options->gap_ms, "milliseconds between two; 0: no pause")
+        ->type_name("MS")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     command->add_option("--id", options->id, "identifier")
+        ->type_name("KIND")
         ->check(kind_or_number(16, TAVU_EID_MAX, "random|count|HEX"))
         ->capture_default_str();
     command->add_option("--length", options->length, "data bytes")
+        ->type_name("KIND")
         ->check(kind_or_number(10, trace::kFdBytes, "random|count|BYTES"))
         ->capture_default_str();
     command->add_option("--data", options->data, "data: each byte, or the frame's number")
+        ->type_name("KIND")
         ->check(kind_or_number(16, 0xFF, "random|count|HEX"))
         ->capture_default_str();
     command->add_flag("-x,--extended", options->extended, "29-bit identifiers");
     command->add_flag("--brs", options->brs, "CAN FD frames with bit-rate switch");
-    command->add_option("--seed", options->seed, "for another row of random frames");
+    command->add_option("--seed", options->seed, "for another row of random frames")
+        ->type_name("N");
     command->callback([options, &work] { work = [options] { return generate(*options); }; });
 }
 

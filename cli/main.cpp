@@ -12,7 +12,8 @@
 #include <CLI/Formatter.hpp>
 
 #include <cstdio>
-#include <new>
+#include <memory>
+#include <string>
 
 namespace {
 
@@ -21,8 +22,30 @@ constexpr const char* kFooter =
     "Exit status: 0 done, 1 something was lost or passed over, 2 wrong use, 3 no module on the port,\n"
     "4 the module went away, 5 the output takes no more.";
 
+// Words that the subcommand itself tells apart stand in the usage as their description has them.
+class Form : public CLI::Formatter {
+  public:
+    Form() { column_width(34); }
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        const CLI::Option* words = app->get_option_no_throw("WORDS");
+        return words == nullptr ? CLI::Formatter::make_usage(app, name)
+                                : "Usage: " + name + " [OPTIONS] " + words->get_description() + "\n";
+    }
+    // Nor do dots stand behind an option that takes one word at a time.
+    std::string make_option_opts(const CLI::Option* option) const override {
+        std::string text = CLI::Formatter::make_option_opts(option);
+        const std::size_t dots = text.find(" ...");
+        return dots == std::string::npos || option->get_positional() ? text : text.substr(0, dots);
+    }
+    std::string make_positionals(const CLI::App* app) const override {
+        return app->get_option_no_throw("WORDS") == nullptr ? CLI::Formatter::make_positionals(app)
+                                                            : "";
+    }
+};
+
 int run(int argc, char** argv) {
     CLI::App app("Speaks to two-channel CAN / CAN FD modules.", "tavu");
+    app.formatter(std::make_shared<Form>());
     cli::Work work;
     app.set_version_flag("--version", std::string("tavu, library ") + TAVUVersion());
     app.require_subcommand(1);

@@ -175,33 +175,45 @@ int port_of_option(const std::string& port) {
     return number;
 }
 
-void add_setup_options(CLI::App& command, Setup& setup) {
+void add_rate_options(CLI::App& command, Setup& setup) {
     const auto valid_rate = [](const std::string& text) {
         return rate_code(std::atof(text.c_str())) ? "" : "no bit rate of the module: " + text;
     };
-    const auto valid_pair = [](char separator, const char* form) {
-        return [separator, form](const std::string& text) {
-            return pair_of(text, separator) ? std::string() : text + " is not of the form " + form;
-        };
-    };
+    // One word each: a port that follows is none of their values.
     command.add_option("-b,--bitrate", setup.bitrate, "bit rate in kbit/s, or of CAN 1,CAN 2")
         ->type_name("KBPS[,KBPS]")
         ->delimiter(',')
-        ->expected(1, 2)
+        ->allow_extra_args(false)
         ->check(valid_rate)
         ->capture_default_str();
     command.add_option("-f,--fd", setup.data_rate, "enable CAN FD with this data rate in Mbit/s")
         ->type_name("MBPS[,MBPS]")
         ->delimiter(',')
-        ->expected(1, 2)
+        ->allow_extra_args(false)
         ->check(CLI::IsMember({2, 4, 5, 6, 8, 10}));
+    command.parse_complete_callback([&setup] {
+        if (setup.bitrate.size() > TAVU_CHANNEL_CNT || setup.data_rate.size() > TAVU_CHANNEL_CNT) {
+            throw CLI::ValidationError("more than two rates: a module has two channels");
+        }
+    });
+}
+
+void add_setup_options(CLI::App& command, Setup& setup) {
+    const auto valid_pair = [](char separator, const char* form) {
+        return [separator, form](const std::string& text) {
+            return pair_of(text, separator) ? std::string() : text + " is not of the form " + form;
+        };
+    };
+    add_rate_options(command, setup);
     command.add_flag("-l,--listen", setup.listen, "only listen: neither send nor acknowledge");
     command.add_flag("-e,--errors", setup.errors, "let the module report errors");
     command.add_option("--accept", setup.accept, "acceptance filter of a channel, hexadecimal")
         ->type_name("CHANNEL:ID/MASK")
+        ->allow_extra_args(false)
         ->check(valid_pair('/', "1:123/7FF"));
-    command.add_option("--range", setup.ranges, "identifiers of a channel that pass, hexadecimal")
+    command.add_option("--range", setup.ranges, "identifiers of a channel that pass; repeat for more")
         ->type_name("CHANNEL:LOW-HIGH")
+        ->allow_extra_args(false)
         ->check(valid_pair('-', "1:100-1FF"));
 }
 

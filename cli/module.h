@@ -66,7 +66,9 @@ struct Setup {
     std::vector<std::string> ranges;   // "2:100-1FF": passes a range of identifiers
 };
 
-// Adds the options of the set-up.
+// Adds the options of the bit rates, which is all that a subcommand needs that only sends.
+void add_rate_options(CLI::App& command, Setup& setup);
+// Adds all options of the set-up.
 void add_setup_options(CLI::App& command, Setup& setup);
 
 // Applies the set-up to an open port and starts both channels; false after a message.

@@ -26,6 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kProgressPeriod{250};
+constexpr int kMostTold = 20;  // broken lines
 
 struct Options {
     std::vector<std::string> words;  // [PORT] FILE
@@ -59,13 +60,16 @@ class Player {
     Player(const Options& options, std::string file, Sender& sender)
         : options_(options), file_(std::move(file)), sender_(sender) {}
 
+    // Once. Progress stays on the terminal until clear_progress().
     int play(const trace::Interfaces& interfaces);
+    void clear_progress();
     [[nodiscard]] std::uint64_t passed_over() const { return passed_over_; }
 
   private:
     int take(const trace::Record& record);
     [[nodiscard]] bool is_playable(const trace::Record& record) const;
     void wait_for(std::int64_t time_us);
+    void tell(const trace::LogFault& fault);
     void show_progress(std::int64_t line);
 
     const Options& options_;
@@ -74,6 +78,8 @@ class Player {
     std::optional<std::int64_t> first_us_;
     Clock::time_point begin_;
     Clock::time_point next_progress_;
+    bool has_progress_ = false;  // a line of it stands on the terminal
+    int told_ = 0;
     std::uint64_t passed_over_ = 0;
 };
 
@@ -95,9 +101,7 @@ int Player::play(const trace::Interfaces& interfaces) {
                 show_progress(trace::log_line(reader.get()));
                 break;
             case trace::kLogBroken:
-                complain("%s:%lld: character %d: %s", file_.c_str(),
-                         static_cast<long long>(fault.line), fault.error.offset + 1,
-                         fault.error.reason);
+                tell(fault);
                 ++passed_over_;
                 status = options_.strict ? kIncomplete : kDone;
                 break;
@@ -109,6 +113,17 @@ int Player::play(const trace::Interfaces& interfaces) {
         }
     }
     return status;
+}
+
+// A file that is no log at all must not flood the terminal.
+void Player::tell(const trace::LogFault& fault) {
+    clear_progress();
+    if (++told_ <= kMostTold) {
+        complain("%s:%lld: character %d: %s", file_.c_str(), static_cast<long long>(fault.line),
+                 fault.error.offset + 1, fault.error.reason);
+    } else if (told_ == kMostTold + 1) {
+        complain("%s: further lines of this kind are only counted", file_.c_str());
+    }
 }
 
 // Error frames tell what happened; they cannot be sent. CAN FD needs to be enabled.
@@ -139,8 +154,16 @@ void Player::show_progress(std::int64_t line) {
         return;
     }
     next_progress_ = Clock::now() + kProgressPeriod;
+    has_progress_ = true;
     std::fprintf(stderr, "\rline %lld, %llu frames sent ", static_cast<long long>(line),
                  static_cast<unsigned long long>(sender_.count()));
+}
+
+void Player::clear_progress() {
+    if (has_progress_) {
+        std::fputs("\r\033[K", stderr);
+        has_progress_ = false;
+    }
 }
 
 int play(const Options& options) {
@@ -174,6 +197,7 @@ int play(const Options& options) {
     if (status != kGone) {
         sender.finish();
     }
+    player.clear_progress();
     complain("%llu frames sent, %llu lines passed over",
              static_cast<unsigned long long>(sender.count()),
              static_cast<unsigned long long>(player.passed_over()));
@@ -189,15 +213,18 @@ void add_play(CLI::App& app, Work& work) {
         ->required()
         ->expected(1, 2)
         ->type_name("");
-    add_setup_options(*command, options->setup);
+    add_rate_options(*command, options->setup);
     command->add_option("--speed", options->speed, "times as fast as the log")
+        ->type_name("N")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
     command->add_option("--loop", options->loops, "how many times; 0: until interrupted")
+        ->type_name("N")
         ->capture_default_str();
     command->add_option("--map", options->map, "which channel sends an interface's frames")
         ->type_name("NAME:CHANNEL")
         ->delimiter(',')
+        ->allow_extra_args(false)
         ->capture_default_str();
     command->add_flag("--strict", options->strict, "end at a line that is broken");
     command->callback([options, &work] { work = [options] { return play(*options); }; });

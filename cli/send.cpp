@@ -85,9 +85,10 @@ void add_send(CLI::App& app, Work& work) {
     const auto options = std::make_shared<Options>();
     command->add_option("WORDS", options->words, "[PORT] FRAME...")->required()->type_name("");
     command->add_option("-c,--channel", options->channel, "channel that sends")
+        ->type_name("CHANNEL")
         ->check(CLI::IsMember({1, 2}))
         ->capture_default_str();
-    add_setup_options(*command, options->setup);
+    add_rate_options(*command, options->setup);
     command->callback([options, &work] { work = [options] { return send(*options); }; });
 }
 

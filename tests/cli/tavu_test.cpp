@@ -111,7 +111,7 @@ TEST_F(Tavu, ReceivesWhatTheOtherChannelSentAndWritesItInEveryForm) {
         "echo frame ttyACM0 1 7FF 01 02 03 04 05 06 07 08 09 brs >$FIFO; "
         "echo frame ttyACM0 2 1 >$FIFO; ";
     expect(
-        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump -n 4 --fd 2 --log l "
+        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump --fd 2 ttyACM0 -n 4 --log l "
         "--pcap p --stamp host & started; " +
             frames +
             " wait \\$!\"; "
@@ -144,15 +144,15 @@ TEST_F(Tavu, PlaysALogWithItsTimingMapAndBrokenLines) {
 }
 
 TEST_F(Tavu, MakesFramesUpAndLosesNone) {
-    expect("$SIM -r -- bash -c \"\\$TAVU gen -n 2000 -g 0 --data count --length 8 -x\"", 0,
-           AllOf(HasSubstr("2000 frames sent"), HasSubstr("can1.from_host=2000"),
-                 HasSubstr("can1.refused=0"), HasSubstr("can2.reports=2000")));
+    expect("$SIM -r -- bash -c \"\\$TAVU gen -n 10000 -g 0 --length 8\"", 0,
+           AllOf(HasSubstr("10000 frames sent"), HasSubstr("can1.from_host=10000"),
+                 HasSubstr("can1.refused=0"), HasSubstr("can2.reports=10000")));
 }
 
 TEST_F(Tavu, KeepsAModulesConfigurationInAFile) {
     expect(
-        "$SIM -- bash -c \"\\$TAVU config ttyACM0 export c && \\$TAVU send 123#11 -b 250 --fd 5 "
-        "--accept 2:18FEF100/1FFFFFFF -l; \\$TAVU config show && \\$TAVU config import c && "
+        "$SIM -- bash -c \"\\$TAVU config ttyACM0 export c && \\$TAVU dump -q --time 0.1 -b 250 "
+        "--fd 5 --accept 2:18FEF100/1FFFFFFF -l; \\$TAVU config show && \\$TAVU config import c && "
         "\\$TAVU config show\"",
         0,
         AllOf(HasSubstr("CAN 1: 250k bit/s, CAN FD at 5M bit/s, listening, accepts all\n"),
@@ -163,20 +163,23 @@ TEST_F(Tavu, KeepsAModulesConfigurationInAFile) {
 }
 
 TEST_F(Tavu, TellsAtOnceWhatEndsIt) {
-    expect("$SIM --traffic 100 -- $TAVU dump -q --log /dev/full", 5, "/dev/full: No space left");
+    expect("$SIM --traffic 100 -- $TAVU dump -q --log /dev/full --pcap p", 5,
+           AllOf(HasSubstr("/dev/full: No space left"), HasSubstr("not all of it was written")));
     expect("$SIM --traffic 100 -- bash -c \"\\$TAVU dump; echo \\$? >&2\" | head -n 1; true", 0,
            AllOf(HasSubstr("standard output: Broken pipe"), HasSubstr("\n5\n")));
     expect(
-        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump -q & started; "
-        "echo unplug ttyACM0 >$FIFO; wait \\$!\"",
+        "$SIM --traffic 100 -c $FIFO -- bash -c \"\\$TAVU dump -q --log l & "
+        "until [ -s l ]; do sleep 0.1; done; echo unplug ttyACM0 >$FIFO; wait \\$!\"",
         4, "/dev/ttyACM0: the module is gone");
     expect("$SIM --traffic 100 -r -- bash -c \"timeout -s INT 3 \\$TAVU dump -q; echo \\$?\"", 0,
            AllOf(HasSubstr("0 error frames in"), HasSubstr("can1.running=0")));
     expect("$SIM --traffic 100 -f garbage -- $TAVU dump -q --time 2", 1,
            AllOf(HasSubstr("lost so far: "), HasSubstr("lost: ")));
+    expect("$SIM -- $TAVU dump -q -n 1 --time 0.1", 1, "0 frames and 0 error frames");
     expect("$TAVU bridge no_such_interface", 5, "no_such_interface: ");
     for (const char* wrong :
-         {"dump --bogus", "dump --accept 3:1/1", "gen --length 65", "", "fly"}) {
+         {"dump --bogus", "dump --accept 3:1/1", "dump -b 250,250,250", "gen --length 65",
+          "gen --length 9", "gen --length 9 --fd 2", "gen --id 800", "send -l 1#", "", "fly"}) {
         expect("$TAVU " + std::string(wrong), 2, "");
     }
 }
