@@ -62,6 +62,15 @@ CAN_FRAME_INFO from_socket(const canfd_frame& raw, bool is_fd) {
     return frame;
 }
 
+// The kernel's usual room is for some 280 frames, less than a bus carries in a tenth of a second.
+// Only with the right to it the system gives as much as is asked for; else what it allows to all.
+void receive_buffer_widen(int fd) {
+    constexpr int kBytes = 4 << 20;
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &kBytes, sizeof kBytes) != 0) {
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kBytes, sizeof kBytes);
+    }
+}
+
 }  // namespace
 
 CanSocket::~CanSocket() {
@@ -97,6 +106,7 @@ std::optional<std::string> CanSocket::open(const std::string& interface, bool wi
     const int on = 1;
     setsockopt(fd_, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &on, sizeof on);
     setsockopt(fd_, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
+    receive_buffer_widen(fd_);
     sockaddr_can address{};
     address.can_family = AF_CAN;
     address.can_ifindex = static_cast<int>(index);
