@@ -9,6 +9,7 @@
 #include <linux/can.h>
 #include <linux/can/error.h>
 #include <linux/can/raw.h>
+#include <linux/sock_diag.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -105,7 +106,6 @@ std::optional<std::string> CanSocket::open(const std::string& interface, bool wi
     }
     const int on = 1;
     setsockopt(fd_, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &on, sizeof on);
-    setsockopt(fd_, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
     receive_buffer_widen(fd_);
     sockaddr_can address{};
     address.can_family = AF_CAN;
@@ -122,24 +122,19 @@ bool CanSocket::write(const CAN_FRAME_INFO& frame) const {
     return ::write(fd_, &raw, size) == static_cast<ssize_t>(size);
 }
 
-std::optional<CAN_FRAME_INFO> CanSocket::read() {
+std::optional<CAN_FRAME_INFO> CanSocket::read() const {
     canfd_frame raw{};
-    iovec part{&raw, sizeof raw};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof overflowed_)> control{};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    const ssize_t size = recvmsg(fd_, &message, 0);
-    for (const cmsghdr* header = CMSG_FIRSTHDR(&message); size > 0 && header != nullptr;
-         header = CMSG_NXTHDR(&message, const_cast<cmsghdr*>(header))) {
-        if (header->cmsg_type == SO_RXQ_OVFL) {
-            std::memcpy(&overflowed_, CMSG_DATA(header), sizeof overflowed_);
-        }
-    }
+    const ssize_t size = ::read(fd_, &raw, sizeof raw);
     const bool is_frame = size == CAN_MTU || size == CANFD_MTU;
     return is_frame ? std::optional(from_socket(raw, size == CANFD_MTU)) : std::nullopt;
+}
+
+// Asked for, as the count that comes with a frame lacks what was dropped behind it.
+std::uint32_t CanSocket::overflowed() const {
+    std::array<std::uint32_t, SK_MEMINFO_VARS> values{};
+    socklen_t size = sizeof values;
+    getsockopt(fd_, SOL_SOCKET, SO_MEMINFO, values.data(), &size);
+    return values[SK_MEMINFO_DROPS];
 }
 
 }  // namespace cli
