@@ -136,6 +136,7 @@ int Bridge::carry(int com_port) {
     is_over_ = true;
     writer.join();
     losses_.look(reception);
+    losses_.keep();
     return status;
 }
 

@@ -24,14 +24,13 @@ class CanSocket {
     // A valid frame, or an error frame of trace/. False: it was not taken, errno tells why.
     [[nodiscard]] bool write(const CAN_FRAME_INFO& frame) const;
     // The next frame that another program wrote, none when there is none at the moment.
-    std::optional<CAN_FRAME_INFO> read();
+    [[nodiscard]] std::optional<CAN_FRAME_INFO> read() const;
     // Frames of other programs that the system dropped, as they were not read in time.
-    [[nodiscard]] std::uint32_t overflowed() const { return overflowed_; }
+    [[nodiscard]] std::uint32_t overflowed() const;
     [[nodiscard]] int fd() const { return fd_; }
 
   private:
     int fd_ = -1;
-    std::uint32_t overflowed_ = 0;
 };
 
 }  // namespace cli

@@ -147,12 +147,14 @@ bool Dump::is_enough() const {
            (options_.time_s > 0 && time.count() >= options_.time_s);
 }
 
-// Only as many frames as were asked for.
+// Only as many frames as were asked for; error frames do not count.
 bool Dump::handle(std::span<const trace::Record> records) {
-    if (options_.count > 0) {
-        records = records.first(std::min<std::uint64_t>(records.size(), options_.count - frames_));
-    }
+    std::size_t taken = 0;
     for (const trace::Record& record : records) {
+        if (options_.count > 0 && frames_ == options_.count) {
+            break;
+        }
+        ++taken;
         ++(trace::frame_is_data(record.frame) ? frames_ : errors_);
         if (statistics_) {
             trace::statistics_add(statistics_.get(), record);
@@ -167,7 +169,7 @@ bool Dump::handle(std::span<const trace::Record> records) {
         complain("standard output: %s", std::strerror(errno));
         return false;
     }
-    return write_files(records);
+    return write_files(records.first(taken));
 }
 
 bool Dump::write_files(std::span<const trace::Record> records) {

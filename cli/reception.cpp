@@ -18,6 +18,10 @@ namespace {
 constexpr std::size_t kMostWaiting = 65'536;  // records of about 200 bytes: a second and more
 constexpr int kWait_ms = 100;                 // an interrupt is seen after it at the latest
 
+constexpr std::array<const char*, 5> kLosses = {
+    "frames, as the output was too slow", "damaged reports", "reports that were not understood",
+    "bytes between reports", "bytes that gave way to a command"};
+
 }  // namespace
 
 Reception::Reception(int com_port) : com_port_(com_port) {
@@ -92,21 +96,14 @@ bool Reception::is_over() {
 void LossWatch::look(const Reception& reception) {
     TAVU_LOSS_INFO line{};
     TAVUGetLoss(&line);
-    struct Row {
-        std::uint64_t count;
-        const char* text;
-    };
-    const Row rows[] = {
-        {reception.overrun(), "frames, as the output was too slow"},
-        {line.header_short + line.body_incomplete, "damaged reports"},
-        {line.header_unknown, "reports that were not understood"},
-        {line.passed_over, "bytes between reports"},
-        {line.discarded, "bytes that gave way to a command"},
-    };
+    const std::array<std::uint64_t, 5> present = {
+        reception.overrun(), line.header_short + line.body_incomplete, line.header_unknown,
+        line.passed_over, line.discarded};
     std::string text;
-    for (const Row& row : rows) {
-        if (row.count > 0) {
-            text += (text.empty() ? "" : ", ") + std::to_string(row.count) + ' ' + row.text;
+    for (std::size_t i = 0; i < present.size(); ++i) {
+        counts_.at(i) = kept_.at(i) + present.at(i);
+        if (counts_.at(i) > 0) {
+            text += (text.empty() ? "" : ", ") + std::to_string(counts_.at(i)) + ' ' + kLosses.at(i);
         }
     }
     if (text != text_) {

@@ -6,6 +6,7 @@
 
 #include "trace/record.h"
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -54,11 +55,15 @@ class LossWatch {
   public:
     // Looks for new ones.
     void look(const Reception& reception);
+    // The reception is over; the counts of another one begin at 0 and are added.
+    void keep() { kept_ = counts_; }
     // In words, "nothing lost" if so.
     [[nodiscard]] std::string summary() const;
     [[nodiscard]] bool any() const { return !text_.empty(); }
 
   private:
+    std::array<std::uint64_t, 5> kept_{};  // of receptions that are over
+    std::array<std::uint64_t, 5> counts_{};
     std::string text_;  // the losses so far in words
 };
 
