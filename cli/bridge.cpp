@@ -37,6 +37,7 @@ struct Counters {
     std::atomic<std::uint64_t> to_module{0};
     std::atomic<std::uint64_t> dropped{0};  // by a full queue of an interface
     std::atomic<std::uint64_t> refused{0};  // CAN FD frames for a channel without
+    std::atomic<std::uint64_t> unsent{0};   // the module took them not, or was away
 };
 
 class Bridge {
@@ -51,6 +52,8 @@ class Bridge {
     void write_received(Reception& reception);
     int send_written(int com_port);
     int send_from(std::size_t channel, Sender& sender);
+    void drop_stale();
+    void end_without(std::size_t channel);
     [[nodiscard]] std::uint64_t overflowed() const;
     void print_summary() const;
 
@@ -60,6 +63,7 @@ class Bridge {
     Counters counters_;
     LossWatch losses_;
     std::atomic<bool> is_over_{false};
+    std::atomic<bool> is_interface_gone_{false};
 };
 
 int Bridge::run() {
@@ -75,6 +79,10 @@ int Bridge::run() {
         complain("no interface given");
         return kUsage;
     }
+    if (names.size() == 2 && names[0] == names[1]) {
+        complain("%s: one interface for both channels would send in a circle", names[0].c_str());
+        return kUsage;
+    }
     if (!open_sockets(names)) {
         return kNoOutput;
     }
@@ -85,7 +93,7 @@ int Bridge::run() {
     const int status = connect(com_port);
     print_summary();
     const bool is_whole = !losses_.any() && counters_.dropped == 0 && overflowed() == 0 &&
-                          counters_.refused == 0;
+                          counters_.refused == 0 && counters_.unsent == 0;
     return status == kDone && !is_whole ? kIncomplete : status;
 }
 
@@ -112,13 +120,13 @@ int Bridge::connect(int com_port) {
         {
             const OpenPort port(com_port);
             if (port.is_open()) {
-                status = set_up(com_port, options_.setup) ? carry(com_port) : kIncomplete;
+                was_there = set_up(com_port, options_.setup) || was_there;
+                status = was_there ? carry(com_port) : kIncomplete;
             }
         }
-        if (options_.once || (status != kGone && !was_there)) {
+        if (options_.once || !was_there || is_interface_gone_) {
             return status;
         }
-        was_there = true;
         if (!is_interrupted()) {
             complain("%s: waiting for the module", TAVUPortName(com_port));
             pause_us(kRetry_us);
@@ -130,6 +138,7 @@ int Bridge::connect(int com_port) {
 int Bridge::carry(int com_port) {
     complain("%s: connected", TAVUPortName(com_port));
     is_over_ = false;
+    drop_stale();
     Reception reception(com_port);
     std::thread writer([this, &reception] { write_received(reception); });
     const int status = send_written(com_port);
@@ -147,8 +156,13 @@ void Bridge::write_received(Reception& reception) {
             if (channel >= used_) {
                 continue;
             }
-            ++(sockets_.at(channel).write(record.frame) ? counters_.to_interface
-                                                        : counters_.dropped);
+            if (sockets_.at(channel).write(record.frame)) {
+                ++counters_.to_interface;
+            } else if (errno == ENOBUFS || errno == EAGAIN) {
+                ++counters_.dropped;
+            } else {
+                end_without(channel);
+            }
         }
         losses_.look(reception);
     }
@@ -167,12 +181,37 @@ int Bridge::send_written(int com_port) {
     while (!is_over_ && !is_interrupted()) {
         poll(watched.data(), used_, kPoll_ms);
         for (std::size_t channel = 0; channel < used_; ++channel) {
-            if (const int status = send_from(channel, sender); status != kDone) {
-                return status;
+            if ((watched.at(channel).revents & ~POLLIN) != 0) {
+                end_without(channel);
+            } else if (send_from(channel, sender) == kGone) {
+                return kGone;
             }
         }
     }
+    if (is_interface_gone_) {
+        return kNoOutput;
+    }
+    if (!is_over_) {
+        sender.finish();
+    }
     return is_over_ ? kGone : kDone;
+}
+
+// What programs wrote while the module was away is too old to be sent.
+void Bridge::drop_stale() {
+    for (std::size_t channel = 0; channel < used_; ++channel) {
+        while (sockets_.at(channel).read()) {
+            ++counters_.unsent;
+        }
+    }
+}
+
+// An interface that was taken down or removed does not come back by itself.
+void Bridge::end_without(std::size_t channel) {
+    if (!is_interface_gone_.exchange(true)) {
+        complain("the interface of CAN %zu is down or gone", channel + 1);
+    }
+    is_over_ = true;
 }
 
 // One frame of each interface in turn, so that a busy one does not starve the other.
@@ -188,7 +227,7 @@ int Bridge::send_from(std::size_t channel, Sender& sender) {
     }
     frame->CAN_port = static_cast<int>(channel);
     const int status = sender.send(*frame);
-    counters_.to_module += status == kDone ? 1 : 0;
+    ++(status == kDone ? counters_.to_module : counters_.unsent);
     return status;
 }
 
@@ -202,12 +241,14 @@ std::uint64_t Bridge::overflowed() const {
 
 void Bridge::print_summary() const {
     complain("%llu frames to the interfaces, %llu to the module; %s; %llu dropped by a full queue of "
-             "an interface, %llu not read from one in time, %llu CAN FD frames without --fd",
+             "an interface, %llu not read from one in time, %llu CAN FD frames without --fd, %llu "
+             "that the module did not take or was away for",
              static_cast<unsigned long long>(counters_.to_interface),
              static_cast<unsigned long long>(counters_.to_module), losses_.summary().c_str(),
              static_cast<unsigned long long>(counters_.dropped),
              static_cast<unsigned long long>(overflowed()),
-             static_cast<unsigned long long>(counters_.refused));
+             static_cast<unsigned long long>(counters_.refused),
+             static_cast<unsigned long long>(counters_.unsent));
 }
 
 }  // namespace

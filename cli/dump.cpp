@@ -13,6 +13,7 @@
 #include "lib/lib_tavu_2.h"
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -56,6 +57,7 @@ class Dump {
     [[nodiscard]] bool is_enough() const;
     bool handle(std::span<const trace::Record> records);
     bool write_files(std::span<const trace::Record> records);
+    bool show(std::span<const trace::Record> records);
     bool print(const trace::Record& record);
     [[nodiscard]] trace::Record stamped(const trace::Record& record);
     void show_table(bool is_last);
@@ -71,6 +73,7 @@ class Dump {
     std::int64_t last_us_ = 0;  // of the frame before, for delta stamps
     Clock::time_point begin_;
     Clock::time_point next_table_;
+    bool is_display_gone_ = false;
     int status_ = kDone;
 };
 
@@ -105,6 +108,10 @@ int Dump::run() {
 }
 
 bool Dump::open_files() {
+    if (!options_.log.empty() && options_.log == options_.pcap) {
+        complain("%s: both captures cannot be in one file", options_.log.c_str());
+        return false;
+    }
     return open_file(options_.log, trace::CaptureFormat::kLog) &&
            open_file(options_.pcap, trace::CaptureFormat::kPcap);
 }
@@ -115,6 +122,7 @@ bool Dump::open_file(const std::string& path, trace::CaptureFormat format) {
     }
     trace::CaptureSettings settings;
     settings.format = format;
+    settings.log = trace::kLogPlain;  // all of it is received; some readers know three words only
     files_.push_back({path, trace::capture_open(path.c_str(), settings)});
     if (!files_.back().capture) {
         complain("%s: %s", path.c_str(), std::strerror(errno));
@@ -126,9 +134,9 @@ void Dump::receive(int com_port) {
     begin_ = Clock::now();
     next_table_ = begin_ + kTablePeriod;
     Reception reception(com_port);
-    bool is_written = true;
-    while (is_written && !is_interrupted() && !is_enough()) {
-        is_written = handle(reception.take(kTake_ms));
+    bool goes_on = true;
+    while (goes_on && !is_interrupted() && !is_enough()) {
+        goes_on = handle(reception.take(kTake_ms));
         losses_.look(reception);
         if (reception.is_over()) {
             complain("%s: the module is gone", TAVUPortName(com_port));
@@ -136,9 +144,11 @@ void Dump::receive(int com_port) {
             break;
         }
     }
-    if (!is_written) {
-        status_ = kNoOutput;
+    reception.end();
+    if (goes_on && !is_enough()) {
+        handle(reception.take(0));  // what came before the end
     }
+    losses_.look(reception);
 }
 
 bool Dump::is_enough() const {
@@ -147,7 +157,8 @@ bool Dump::is_enough() const {
            (options_.time_s > 0 && time.count() >= options_.time_s);
 }
 
-// Only as many frames as were asked for; error frames do not count.
+// Only as many frames as were asked for; error frames do not count. The files go first: a terminal
+// that is slow, or gone, costs them nothing. Result: whether there is somewhere to write to.
 bool Dump::handle(std::span<const trace::Record> records) {
     std::size_t taken = 0;
     for (const trace::Record& record : records) {
@@ -156,6 +167,22 @@ bool Dump::handle(std::span<const trace::Record> records) {
         }
         ++taken;
         ++(trace::frame_is_data(record.frame) ? frames_ : errors_);
+    }
+    records = records.first(taken);
+    const bool is_filed = write_files(records);
+    const bool is_shown = is_display_gone_ || show(records);
+    if (!is_shown && !is_interrupted()) {
+        complain("standard output: %s", std::strerror(errno));
+        is_display_gone_ = true;
+    }
+    if (!is_filed || is_display_gone_) {
+        status_ = kNoOutput;
+    }
+    return is_filed && (!is_display_gone_ || !files_.empty());
+}
+
+bool Dump::show(std::span<const trace::Record> records) {
+    for (const trace::Record& record : records) {
         if (statistics_) {
             trace::statistics_add(statistics_.get(), record);
         } else if (!options_.quiet && !print(record)) {
@@ -165,11 +192,7 @@ bool Dump::handle(std::span<const trace::Record> records) {
     if (statistics_ && Clock::now() >= next_table_) {
         show_table(false);
     }
-    if (std::fflush(stdout) != 0) {
-        complain("standard output: %s", std::strerror(errno));
-        return false;
-    }
-    return write_files(records.first(taken));
+    return std::fflush(stdout) == 0;
 }
 
 bool Dump::write_files(std::span<const trace::Record> records) {
@@ -197,16 +220,15 @@ trace::Record Dump::stamped(const trace::Record& record) {
     return shown;
 }
 
+// A frame without the module's stamp is shown without a time.
 bool Dump::print(const trace::Record& record) {
-    const trace::ConsoleForm form{
-        .time = options_.stamp.empty() ? trace::kTimeNone : trace::kTimeSeconds};
+    const TIME_ST_T& stamp = record.frame.timestamp;
+    const bool has_time = !options_.stamp.empty() && (options_.stamp != "module" ||
+                                                      stamp.second != 0 || stamp.micro_second != 0);
+    const trace::ConsoleForm form{.time = has_time ? trace::kTimeSeconds : trace::kTimeNone};
     std::array<char, trace::kTextMost> line{};
-    if (trace::console_line_write(stamped(record), {}, form, line) >= 0 &&
-        std::printf("%s\n", line.data()) < 0) {
-        complain("standard output: %s", std::strerror(errno));
-        return false;
-    }
-    return true;
+    return trace::console_line_write(stamped(record), {}, form, line) < 0 ||
+           std::printf("%s\n", line.data()) >= 0;
 }
 
 void Dump::show_table(bool is_last) {

@@ -44,8 +44,11 @@ void interrupts_take() {
     }
     struct sigaction action {};
     action.sa_handler = handle;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaction(signal, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    struct sigaction before {};
+    if (sigaction(SIGHUP, nullptr, &before) != 0 || before.sa_handler != SIG_IGN) {  // nohup
+        sigaction(SIGHUP, &action, nullptr);
     }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);

@@ -61,7 +61,8 @@ int run(int argc, char** argv) {
     }
     cli::interrupts_take();
     const int status = work();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && status == cli::kDone) {
+        cli::complain("standard output does not take what is written");
         return cli::kNoOutput;
     }
     return status;

@@ -121,9 +121,11 @@ bool set_ranges(int com_port, const Setup& setup) {
         tables.at(channel).range[used.at(channel)++] = {
             1, static_cast<unsigned int>(pair.id_type), pair.first, pair.second};
     }
-    TAVUSetRangeFilter(com_port, &tables[0], &tables[1]);
-    TAVUInitRangeFilter(com_port, used[0] > 0 ? 1 : 0, used[1] > 0 ? 1 : 0);
-    return true;
+    constexpr int kDisable = 1;
+    constexpr int kEnable = 2;
+    return is_taken("ranges", TAVUSetRangeFilter(com_port, &tables[0], &tables[1])) &&
+           is_taken("ranges", TAVUInitRangeFilter(com_port, used[0] > 0 ? kEnable : kDisable,
+                                                  used[1] > 0 ? kEnable : kDisable));
 }
 
 }  // namespace

@@ -171,6 +171,11 @@ int play(const Options& options) {
     if (!interfaces) {
         return kUsage;
     }
+    // Before the bus is touched.
+    if (!trace::log_open(options.words.back().c_str(), *interfaces)) {
+        complain("%s: %s", options.words.back().c_str(), std::strerror(errno));
+        return kUsage;
+    }
     const bool has_port = options.words.size() > 1;
     const int com_port = port_of_option(has_port ? options.words.front() : "");
     if (com_port < 0) {

@@ -18,9 +18,11 @@ namespace {
 constexpr std::size_t kMostWaiting = 65'536;  // records of about 200 bytes: a second and more
 constexpr int kWait_ms = 100;                 // an interrupt is seen after it at the latest
 
-constexpr std::array<const char*, 5> kLosses = {
+constexpr std::chrono::seconds kQuiet{1};  // between two messages of losses
+constexpr std::array<const char*, 7> kLosses = {
     "frames, as the output was too slow", "damaged reports", "reports that were not understood",
-    "bytes between reports", "bytes that gave way to a command"};
+    "bytes between reports", "bytes that gave way to a command", "reports of no valid frame",
+    "EEPROM errors of the module"};
 
 }  // namespace
 
@@ -31,10 +33,16 @@ Reception::Reception(int com_port) : com_port_(com_port) {
 }
 
 Reception::~Reception() {
-    is_ended_ = true;
-    TAVUCancelReceive(com_port_);
-    thread_.join();
-    TAVUWaitReceive(com_port_, 0);  // takes back a cancel that came when nothing waited
+    end();
+}
+
+void Reception::end() {
+    if (thread_.joinable()) {
+        is_ended_ = true;
+        TAVUCancelReceive(com_port_);
+        thread_.join();
+        TAVUWaitReceive(com_port_, 0);  // takes back a cancel that came when nothing waited
+    }
 }
 
 void Reception::receive() {
@@ -56,6 +64,11 @@ void Reception::add(const CAN_FRAME_INFO& report) {
     trace::Record record{.time_us = trace::time_now_us(), .frame = report};
     std::array<CAN_FRAME_INFO, TAVU_CHANNEL_CNT> errors{};
     const bool is_data = report.msg_type == TAVU_DATA_TYPE;
+    if (is_data && !trace::frame_is_valid(report)) {
+        ++invalid_;
+        return;
+    }
+    eeprom_errors_ += report.msg_type == TAVU_ROMERR_TYPE ? 1 : 0;
     const int count = is_data ? 1 : trace::error_frames(report, &errors);
     const std::lock_guard lock(mutex_);
     for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
@@ -96,9 +109,9 @@ bool Reception::is_over() {
 void LossWatch::look(const Reception& reception) {
     TAVU_LOSS_INFO line{};
     TAVUGetLoss(&line);
-    const std::array<std::uint64_t, 5> present = {
+    const std::array<std::uint64_t, 7> present = {
         reception.overrun(), line.header_short + line.body_incomplete, line.header_unknown,
-        line.passed_over, line.discarded};
+        line.passed_over, line.discarded, reception.invalid(), reception.eeprom_errors()};
     std::string text;
     for (std::size_t i = 0; i < present.size(); ++i) {
         counts_.at(i) = kept_.at(i) + present.at(i);
@@ -106,8 +119,11 @@ void LossWatch::look(const Reception& reception) {
             text += (text.empty() ? "" : ", ") + std::to_string(counts_.at(i)) + ' ' + kLosses.at(i);
         }
     }
-    if (text != text_) {
-        text_ = text;
+    const auto now = std::chrono::steady_clock::now();
+    text_ = text;
+    if (text != told_ && now >= quiet_until_) {
+        told_ = text;
+        quiet_until_ = now + kQuiet;
         complain("lost so far: %s", text.c_str());
     }
 }

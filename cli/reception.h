@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -29,8 +30,13 @@ class Reception {
     // What has come since the last call, at least one record unless the time is over, the module is
     // gone or the work was interrupted. Valid until the next call.
     std::span<const trace::Record> take(int timeout_ms);
+    // Receives no more; what has come can still be taken.
+    void end();
     // The module went away and all that it sent was taken.
     [[nodiscard]] bool is_over();
+    // Reports that are no frame, and EEPROM errors, which have no form as a frame.
+    [[nodiscard]] std::uint64_t invalid() const { return invalid_.load(); }
+    [[nodiscard]] std::uint64_t eeprom_errors() const { return eeprom_errors_.load(); }
     // Frames dropped because they were not taken in time.
     [[nodiscard]] std::uint64_t overrun() const { return overrun_.load(); }
 
@@ -45,6 +51,8 @@ class Reception {
     std::vector<trace::Record> taken_;
     bool is_gone_ = false;  // under mutex_
     std::atomic<std::uint64_t> overrun_{0};
+    std::atomic<std::uint64_t> invalid_{0};
+    std::atomic<std::uint64_t> eeprom_errors_{0};
     std::atomic<bool> is_ended_{false};
     std::thread thread_;
 };
@@ -53,7 +61,7 @@ class Reception {
 // they are seen, and counts them.
 class LossWatch {
   public:
-    // Looks for new ones.
+    // Looks for new ones; those that follow soon are told together.
     void look(const Reception& reception);
     // The reception is over; the counts of another one begin at 0 and are added.
     void keep() { kept_ = counts_; }
@@ -62,9 +70,11 @@ class LossWatch {
     [[nodiscard]] bool any() const { return !text_.empty(); }
 
   private:
-    std::array<std::uint64_t, 5> kept_{};  // of receptions that are over
-    std::array<std::uint64_t, 5> counts_{};
+    std::array<std::uint64_t, 7> kept_{};  // of receptions that are over
+    std::array<std::uint64_t, 7> counts_{};
     std::string text_;  // the losses so far in words
+    std::string told_;  // the last message
+    std::chrono::steady_clock::time_point quiet_until_;
 };
 
 }  // namespace cli

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace cli {
 
@@ -15,6 +16,8 @@ namespace {
 
 // A channel that shares the bus, repeats a frame or pauses between two takes longer than the bits:
 // a quarter of their time, and this.
+// More the module does not hold at a usual bit rate.
+constexpr std::chrono::steady_clock::duration kMostWait = std::chrono::seconds(10);
 constexpr std::chrono::milliseconds kSpare{100};
 constexpr int kSpareShare = 4;
 
@@ -60,9 +63,9 @@ int Sender::send(const CAN_FRAME_INFO& frame) {
 
 void Sender::finish() const {
     const auto idle = *std::max_element(idle_at_.begin(), idle_at_.end());
-    const auto left = std::max(idle - Clock::now(), Clock::duration{}) + kSpare;
+    const auto left = std::clamp(idle - Clock::now(), Clock::duration{}, kMostWait) + kSpare;
     if (count_ > 0) {
-        pause_us(std::chrono::duration_cast<std::chrono::microseconds>(left).count());
+        std::this_thread::sleep_for(left);  // interrupted or not: these frames count as sent
     }
 }
 

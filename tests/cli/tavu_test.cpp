@@ -119,8 +119,8 @@ TEST_F(Tavu, ReceivesWhatTheOtherChannelSentAndWritesItInEveryForm) {
         0,
         AllOf(HasSubstr("can0  123   [2]  11 22\n"), HasSubstr("can1  18FEF100   [0]  remote"),
               HasSubstr("can0  7FF  [12]  01 02 03 04 05 06 07 08 09 00 00 00\n"),
-              HasSubstr("can0 123#1122 R\ncan1 18FEF100#R R\n"
-                        "can0 7FF##1010203040506070809000000 R\ncan1 001# R\n"),
+              HasSubstr("can0 123#1122\ncan1 18FEF100#R\n"
+                        "can0 7FF##1010203040506070809000000\ncan1 001#\n"),
               HasSubstr("4 frames and 0 error frames"), HasSubstr("nothing lost"),
               HasSubstr("00000123020000001122"), HasSubstr("d8fef10000000000")));
 }
@@ -176,6 +176,14 @@ TEST_F(Tavu, TellsAtOnceWhatEndsIt) {
     expect("$SIM --traffic 100 -f garbage -- $TAVU dump -q --time 2", 1,
            AllOf(HasSubstr("lost so far: "), HasSubstr("lost: ")));
     expect("$SIM -- $TAVU dump -q -n 1 --time 0.1", 1, "0 frames and 0 error frames");
+    expect("$SIM --traffic 100 -- $TAVU dump --range 1:2B0-2B0 --range 2:001-002 -n 5", 0,
+           AllOf(HasSubstr("can0  2B0"), testing::Not(HasSubstr("can1  "))));
+    expect(
+        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump --log l -n 1 & started; sleep 0.5; "
+        "echo send ttyACM0 E1 21 00 00 0F FF 11 22 00 00 00 00 00 00 43 0D 0A >$FIFO; "
+        "echo send ttyACM0 E1 21 00 00 07 FF 11 22 00 00 00 00 00 00 3B 0D 0A >$FIFO; "
+        "wait \\$!\"; status=$?; cat l; exit $status",
+        1, AllOf(HasSubstr("reports of no valid frame"), HasSubstr("can0 7FF#1122\n")));
     expect("$TAVU bridge no_such_interface", 5, "no_such_interface: ");
     for (const char* wrong :
          {"dump --bogus", "dump --accept 3:1/1", "dump -b 250,250,250", "gen --length 65",
