@@ -12,18 +12,27 @@ set(word.lib "library")
 set(may.lib "\"lib/${header}\"" "\"lib_tavu_2(_extensions)?\\.h\"") # the public header is two, installed side by side
 set(never.lib "<thread>")
 
+set(word.trace "trace")
+set(may.trace "\"trace/${header}\"" "\"lib/lib_tavu_2\\.h\"")
+set(never.trace "<(thread|future|termios|poll|pthread|sys/ioctl|sys/socket)(\\.h)?>")
+
 set(word.service "service")
 set(may.service "\"service/${header}\"" "\"lib/lib_tavu_2\\.h\"")
 
 set(word.gui "user interface")
-set(may.gui "\"gui/${header}\"" "\"service/(apipart|traffic_queues)\\.h\"" "\"lib/lib_tavu_2\\.h\"" ${toolkit})
+set(may.gui "\"(gui|trace)/${header}\"" "\"service/(apipart|traffic_queues)\\.h\"" "\"lib/lib_tavu_2\\.h\"" ${toolkit})
 set(never.gui "<(termios|unistd|fcntl|poll|sys/ioctl|sys/file)\\.h>")
+
+set(word.cli "command")
+set(may.cli "\"(cli|trace)/${header}\"" "\"lib/lib_tavu_2\\.h\"" "<CLI/[A-Za-z]+\\.hpp>")
 
 set(word.sim "simulated module")
 set(may.sim "\"sim/${header}\"")
 
 set(word.tests/lib "test")
 set(may.tests/lib "\"(lib|sim|tests/lib)/${header}\"" ${test_tools})
+set(word.tests/trace "test")
+set(may.tests/trace "\"(trace|tests/trace)/${header}\"" "\"lib/lib_tavu_2\\.h\"" ${test_tools})
 set(word.tests/service "test")
 set(may.tests/service "\"(service|sim|tests/service)/${header}\"" "\"lib/lib_tavu_2\\.h\"" ${test_tools})
 set(word.tests/gui "test")
@@ -31,22 +40,24 @@ set(may.tests/gui "\"(gui|service|sim|tests/gui)/${header}\"" "\"(lib/lib_tavu_2
     ${test_tools})
 set(word.tests/sim "test")
 set(may.tests/sim "\"(sim|tests/sim)/${header}\"" ${test_tools})
+set(word.tests/cli "test")
+set(may.tests/cli ${test_tools})
 set(word.tests/end_to_end "test")
 set(may.tests/end_to_end "\"(sim|tests/end_to_end)/${header}\"" ${test_tools})
 set(word.tests/usb_guest "test")
 set(may.tests/usb_guest "\"(service|sim|tests/usb_guest)/${header}\"" "\"lib/lib_tavu_2\\.h\"")
 set(word.tests/fuzz "test")
-set(may.tests/fuzz "\"(lib|tests/fuzz)/${header}\"")
+set(may.tests/fuzz "\"(lib|trace|tests/fuzz)/${header}\"")
 
 set(word.tools "tool")
 set(may.tools "\"tools/${header}\"" ${toolkit})
 set(word.bench "benchmark")
-set(may.bench "\"(bench|lib|service|gui|sim)/${header}\"" ${toolkit} ${test_tools})
+set(may.bench "\"(bench|lib|trace|service|gui|sim)/${header}\"" ${toolkit} ${test_tools})
 set(word.examples "example")
 set(may.examples "<lib_tavu_2\\.h>")
 
-set(folders lib service gui sim tests/lib tests/service tests/gui tests/sim tests/end_to_end tests/usb_guest tests/fuzz
-            tools bench examples)
+set(folders lib trace service gui cli sim tests/lib tests/trace tests/service tests/gui tests/sim tests/cli tests/end_to_end
+            tests/usb_guest tests/fuzz tools bench examples)
 set(most_lines 500)
 set(system_header "<[a-z_/0-9]+(\\.h)?>")
 set(faults 0)

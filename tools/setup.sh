@@ -2,11 +2,11 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034,SC2154 # what it gives to who sources it, and gets
 
-run_packages="libgtk-3-0 librsvg2-common adwaita-icon-theme fonts-dejavu-core xvfb"
-build_packages="g++ cmake ninja-build pkg-config libgtk-3-dev"
+run_packages="libgtk-3-0 libpcap0.8 librsvg2-common adwaita-icon-theme fonts-dejavu-core xvfb"
+build_packages="g++ cmake ninja-build pkg-config libgtk-3-dev libpcap-dev libcli11-dev"
 test_packages="libgtest-dev libgmock-dev libbenchmark-dev clang clang-tidy clang-format libclang-rt-14-dev"
 package_packages="librsvg2-bin help2man dpkg-dev file"
-usb_packages="qemu-system-x86 busybox-static cpio xz-utils"
+usb_packages="qemu-system-x86 busybox-static cpio xz-utils can-utils tshark"
 
 fail() {
     printf '%s: %s\n' "$(basename "$0")" "$1" >&2

@@ -39,19 +39,30 @@ use_library() {
         rm -r list examples"
 }
 
+# The command on the simulated module, and what its package brings for the shell.
+use_command() {
+    as_user "tavu-sim --port ttyACM0 -- tavu list" | grep -q '^/dev/ttyACM0: port 24' || fail "tavu finds no module"
+    bash -c '. /usr/share/bash-completion/completions/tavu
+        COMP_WORDS=(tavu dump --st) COMP_CWORD=2
+        _tavu
+        [ "${COMPREPLY[*]}" = "--stamp --stats" ]' || fail "no completion of tavu"
+    [ -f /usr/share/doc/tavu-cli/examples/tavu-bridge@.service ] || fail "no unit for the bridge"
+}
+
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends xvfb xauth gcc g++ cmake ninja-build pkg-config man-db >/dev/null
 apt-get install -y -qq "$folder"/*.deb >/dev/null
-dpkg -L tavu-utility libtavu-2-3 libtavu-2-dev | sort -u >/tmp/installed
+dpkg -L tavu-utility tavu-cli libtavu-2-3 libtavu-2-dev | sort -u >/tmp/installed
 as_user xdg-user-dirs-update
 use_program
 use_library
-for page in tavu-utility tavu-sim; do
+use_command
+for page in tavu-utility tavu-sim tavu; do
     man "$page" | grep -q NAME || fail "no manual page of $page"
 done
 fc-list ':charset=274c' | grep -q . || fail "no font that has the cross"
 
-apt-get purge -y -qq tavu-utility libtavu-2-3 libtavu-2-dev >/dev/null
+apt-get purge -y -qq tavu-utility tavu-cli libtavu-2-3 libtavu-2-dev >/dev/null
 left=$(while read -r path; do [ -d "$path" ] || [ ! -e "$path" ] || echo "$path"; done </tmp/installed)
 [ -z "$left" ] || fail "left after the purge: $left"
 left=$(find / -xdev \( -path /home -o -path /root -o -path /tmp -o -path /var/cache -o -path /proc -o -path "$folder" \) -prune -o -name '*tavu*' -print)

@@ -7,8 +7,9 @@
 
 #include "lib/link.h"
 
+#include "tests/fuzz/demand.h"
+
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,14 +21,6 @@ namespace fuzz {
 
 inline std::array<int, 2> ends{-1, -1};  // the library's and ours
 inline std::uint32_t dice = 1;
-
-// Unless `is_so`, reports that `what` does not hold and aborts, so that the input is kept.
-inline void demand(bool is_so, const char* what) {
-    if (!is_so) {
-        fprintf(stderr, "does not hold: %s\n", what);
-        abort();
-    }
-}
 
 // An open port of the library; its number.
 inline int open_port() {

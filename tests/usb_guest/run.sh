@@ -8,10 +8,12 @@ source=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 load=${2:-}
 cache=$(cd "$source/../.." && pwd)/build/usb-guest
-limit_s=240 # a good run takes a fifth of it
+limit_s=240  # a good run takes half of it
+frames=10000 # each way through the bridge; the kernel hands it on
+[ "$load" != --busy ] || frames=2000
 
-# In the order of loading. The last one is the gadget that the test plugs in by loading it.
-order="usb-common usbcore udc-core configfs libcomposite u_serial usb_f_acm dummy_hcd cdc-acm"
+# In the order of loading. The last one is the gadget that the tests plug in by loading it.
+order="usb-common usbcore udc-core configfs libcomposite u_serial usb_f_acm dummy_hcd cdc-acm can can-raw can-dev vcan"
 plugged="g_serial"
 
 say() {
@@ -37,11 +39,12 @@ unpack_kernel() {
             cp "$file" "$cache/kernel/" || { say "the kernel has no module $module" && exit 1; }
         done
         find "$cache/kernel" -name '*.xz' -exec unxz {} +
-        # shellcheck disable=SC2086 # a list of words
-        printf '%s\n' $order >"$cache/kernel/order" # last: it says that all is there
+        echo "$order" >"$cache/kernel/order" # last: it says that all is there
     )
     rm -rf "$cache/unpacked"
 }
+
+applets="sh mount mkdir insmod rmmod ip cat cmp cut dmesg grep rm sed seq sleep tail wc poweroff"
 
 # Copies a program and the libraries that it is linked with.
 install_program() {
@@ -56,11 +59,15 @@ make_initramfs() {
     root=$scratch/root
     mkdir -p "$root/bin" "$root/modules" "$root/dev" "$root/proc" "$root/sys"
     cp /bin/busybox "$root/bin/"
-    for applet in sh mount mkdir insmod cat dmesg tail cut poweroff; do
+    for applet in $applets; do
         ln -s busybox "$root/bin/$applet"
     done
     cp "$cache/kernel"/*.ko "$cache/kernel/order" "$root/modules/"
-    install_program "$build/tests/usb_guest/usb_guest_test"
+    for program in "$build/tests/usb_guest/usb_guest_test" "$build/cli/tavu" "$build/sim/tavu-sim" \
+        "$build/sim/tavu_sim_shim.so" candump cansend cangen canplayer; do
+        install_program "$(command -v "$program")"
+    done
+    cp "$source/bridge.sh" "$root/bin/"
     cp "$source/init" "$root/init"
     chmod +x "$root/init"
     (cd "$root" && find . | cpio -o -H newc --quiet) | gzip -1 >"$scratch/initramfs"
@@ -71,7 +78,7 @@ make_initramfs() {
 boot() {
     timeout -k 5 "$limit_s" qemu-system-x86_64 -nodefaults -no-reboot -display none -pidfile "$scratch/pid" \
         -accel tcg -smp 1 -m 512 -kernel "$cache/kernel/vmlinuz" -initrd "$scratch/initramfs" \
-        -append "console=ttyS0 quiet loglevel=2 panic=-1" -serial stdio </dev/null 2>&1 |
+        -append "console=ttyS0 quiet loglevel=2 panic=-1 frames=$frames" -serial stdio </dev/null 2>&1 |
         tr -d '\r' | tee "$log" | grep -a --line-buffered -E '^(ok|FAILED|verdict) ' || true
 }
 
@@ -88,7 +95,7 @@ trap clean_up EXIT
 trap 'exit 1' INT TERM HUP
 mkdir -p "$cache"
 log=$cache/console${load}.log
-[ -e "$cache/kernel/order" ] || unpack_kernel
+[ "$(cat "$cache/kernel/order" 2>/dev/null)" = "$order" ] || unpack_kernel
 make_initramfs
 if [ "$load" = --busy ]; then
     for _ in 1 2; do

@@ -1,0 +1,120 @@
+// cli/config.cpp - command: tavu config, the configuration that a module keeps.
+// Uses cli/module.h.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "cli/command.h"
+#include "cli/module.h"
+
+#include "lib/lib_tavu_2.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace cli {
+
+namespace {
+
+constexpr const char* kRateNames[] = {"5k",   "10k", "20k",  "50k",      "100k",    "125k", "250k",
+                                      "500k", "800k", "1M", "400k", "custom 1", "custom 2"};
+
+void print_channel(const CANFD_CFG_INFO& config, int channel) {
+    const auto rate = config.baud[channel];
+    std::printf("CAN %d: %s bit/s, ", channel + 1,
+                rate < std::size(kRateNames) ? kRateNames[rate] : "unknown rate");
+    if (config.fdf_en[channel] != TAVU_FDF_OFF) {
+        std::printf("CAN FD at %uM bit/s, ", config.datarate[channel]);
+    } else {
+        std::printf("CAN 2.0, ");
+    }
+    std::printf("%s, ", config.mode[channel] == TAVU_NORMAL ? "normal" : "listening");
+    switch (config.flt_type[channel]) {
+        case TAVU_SID:
+            std::printf("accepts %03X/%03X\n", config.flt_id[channel], config.flt_mask[channel]);
+            break;
+        case TAVU_EID:
+            std::printf("accepts %08X/%08X\n", config.flt_id[channel], config.flt_mask[channel]);
+            break;
+        default:
+            std::printf("accepts all\n");
+            break;
+    }
+}
+
+const char* error_reports(int type) {
+    switch (type) {
+        case TAVU_DIS_ALL:
+            return "none";
+        case TAVU_ROM_ERR:
+            return "EEPROM errors";
+        case TAVU_BUS_ERR:
+            return "bus errors";
+        default:
+            return "all";
+    }
+}
+
+int show(int com_port) {
+    CANFD_CFG_INFO config{};
+    if (TAVUGetCFG_CANFD(com_port, &config) != TAVU_SUCCESS) {
+        complain("the module did not tell its configuration");
+        return kIncomplete;
+    }
+    print_channel(config, TAVU_CAN_1);
+    print_channel(config, TAVU_CAN_2);
+    std::printf("error reports: %s\n", error_reports(config.err_set));
+    return kDone;
+}
+
+int transfer(int com_port, bool is_import, std::string file) {
+    const int result =
+        is_import ? TAVUImpCfg(com_port, file.data()) : TAVUExpCfg(com_port, file.data());
+    if (result != TAVU_SUCCESS) {
+        complain(is_import ? "%s: not a configuration file that can be read, or the module refused it"
+                           : "%s: the configuration could not be read or the file not written",
+                 file.c_str());
+    }
+    return result == TAVU_SUCCESS ? kDone : kIncomplete;
+}
+
+struct Options {
+    std::string port;
+    std::string file;
+};
+
+template <typename Action>
+int with_port(const std::string& name, Action action) {
+    const int com_port = port_of_option(name);
+    if (com_port < 0) {
+        return kNoPort;
+    }
+    const OpenPort port(com_port);
+    return port.is_open() ? action(com_port) : kNoPort;
+}
+
+}  // namespace
+
+void add_config(CLI::App& app, Work& work) {
+    CLI::App* command = app.add_subcommand("config", "Show, save or load what a module keeps");
+    const auto options = std::make_shared<Options>();
+    add_port_option(*command, options->port);
+    command->require_subcommand(1);
+    CLI::App* shows = command->add_subcommand("show", "Print the configuration");
+    shows->callback([options, &work] {
+        work = [options] { return with_port(options->port, show); };
+    });
+    for (const bool is_import : {false, true}) {
+        CLI::App* moves = is_import ? command->add_subcommand("import", "Load it from a file")
+                                    : command->add_subcommand("export", "Save it to a file");
+        moves->add_option("FILE", options->file)->required()->type_name("");
+        moves->callback([options, is_import, &work] {
+            work = [options, is_import] {
+                return with_port(options->port, [&](int com_port) {
+                    return transfer(com_port, is_import, options->file);
+                });
+            };
+        });
+    }
+}
+
+}  // namespace cli

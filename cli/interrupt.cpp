@@ -1,0 +1,77 @@
+// cli/interrupt.cpp - command: messages, and the interrupt that ends the work cleanly.
+// Uses POSIX signals; a pipe wakes those who wait.
+// Thread: any; the handler does what is safe there.
+// SPDX-License-Identifier: MIT
+#include "cli/module.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+
+namespace cli {
+
+namespace {
+
+// Written by the handler, read by all. Lock-free, as a handler must have it.
+std::atomic<bool> interrupted{false};
+// An interrupt leaves a byte in it for ever, so every waiter wakes.
+std::array<int, 2> wake_up{-1, -1};
+
+void handle(int /*signal*/) {
+    interrupt();
+}
+
+}  // namespace
+
+void complain(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::fputs("tavu: ", stderr);
+    std::vfprintf(stderr, format, arguments);
+    std::fputc('\n', stderr);
+    va_end(arguments);
+}
+
+void interrupts_take() {
+    if (pipe2(wake_up.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+        wake_up = {-1, -1};  // waits then last their full time
+    }
+    struct sigaction action {};
+    action.sa_handler = handle;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    struct sigaction before {};
+    if (sigaction(SIGHUP, nullptr, &before) != 0 || before.sa_handler != SIG_IGN) {  // nohup
+        sigaction(SIGHUP, &action, nullptr);
+    }
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, nullptr);
+}
+
+bool is_interrupted() {
+    return interrupted.load(std::memory_order_relaxed);
+}
+
+void interrupt() {
+    const int outer_errno = errno;
+    interrupted.store(true, std::memory_order_relaxed);
+    [[maybe_unused]] const ssize_t written = write(wake_up[1], "", 1);
+    errno = outer_errno;
+}
+
+void pause_us(std::int64_t time_us) {
+    if (time_us <= 0 || is_interrupted()) {
+        return;
+    }
+    pollfd end{wake_up[0], POLLIN, 0};
+    const timespec limit{time_us / 1'000'000, time_us % 1'000'000 * 1000};
+    ppoll(&end, 1, &limit, nullptr);
+}
+
+}  // namespace cli

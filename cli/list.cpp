@@ -1,0 +1,99 @@
+// cli/list.cpp - command: tavu list, the modules found and the ports that could not be asked.
+// Uses cli/module.h.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "cli/command.h"
+#include "cli/module.h"
+
+#include "lib/lib_tavu_2.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+namespace {
+
+struct Found {
+    int port;
+    VER_INFO version;
+};
+
+struct Unasked {
+    int port;
+    std::string reason;
+};
+
+// JSON text of a string that holds no control characters.
+std::string quoted(const std::string& text) {
+    std::string result = "\"";
+    for (const char letter : text) {
+        if (letter == '"' || letter == '\\') {
+            result += '\\';
+        }
+        result += letter;
+    }
+    return result + '"';
+}
+
+void print_json(const std::vector<Found>& found, const std::vector<Unasked>& unasked) {
+    std::printf("{\n  \"modules\": [");
+    const char* comma = "";
+    for (const auto& [port, version] : found) {
+        std::printf("%s\n    {\"port\": %s, \"number\": %d, \"firmware\": %s, \"model\": %s}", comma,
+                    quoted(TAVUPortName(port)).c_str(), port, quoted(version.fw).c_str(),
+                    quoted(version.model).c_str());
+        comma = ",";
+    }
+    std::printf("\n  ],\n  \"unusable\": [");
+    comma = "";
+    for (const auto& [port, reason] : unasked) {
+        std::printf("%s\n    {\"port\": %s, \"number\": %d, \"reason\": %s}", comma,
+                    quoted(TAVUPortName(port)).c_str(), port, quoted(reason).c_str());
+        comma = ",";
+    }
+    std::printf("\n  ],\n  \"library\": %s\n}\n", quoted(TAVUVersion()).c_str());
+}
+
+void print_text(const std::vector<Found>& found, const std::vector<Unasked>& unasked) {
+    for (const auto& [port, version] : found) {
+        std::printf("%s: port %d, firmware %s, model %s\n", TAVUPortName(port), port, version.fw,
+                    version.model);
+    }
+    for (const auto& [port, reason] : unasked) {
+        std::fprintf(stderr, "%s: %s\n", TAVUPortName(port), reason.c_str());
+    }
+    if (found.empty()) {
+        complain("no module found");
+    }
+}
+
+int list(bool as_json) {
+    std::vector<Found> found;
+    std::vector<Unasked> unasked;
+    for (int port = 0; port < TAVU_PORT_CNT && !is_interrupted(); ++port) {
+        if (TAVUOpenDevice(port) == TAVU_SUCCESS) {
+            Found module{port, {}};
+            TAVUShowVer(port, &module.version);
+            TAVUCloseDevice(port);
+            found.push_back(module);
+        } else if (TAVUPortState(port, nullptr) != TAVU_PORT_ABSENT) {
+            unasked.push_back({port, port_reason(port)});
+        }
+    }
+    (as_json ? print_json : print_text)(found, unasked);
+    return found.empty() ? kNoPort : kDone;
+}
+
+}  // namespace
+
+void add_list(CLI::App& app, Work& work) {
+    CLI::App* command = app.add_subcommand("list", "Show the modules and why other ports are none");
+    const auto as_json = std::make_shared<bool>(false);
+    command->add_flag("--json", *as_json, "print JSON");
+    command->callback([as_json, &work] { work = [as_json] { return list(*as_json); }; });
+}
+
+}  // namespace cli

@@ -1,0 +1,79 @@
+// cli/module.h - command: a module by its port, set up and started as the options say.
+// Thread: main, except where said.
+// SPDX-License-Identifier: MIT
+#ifndef CLI_MODULE_H
+#define CLI_MODULE_H
+
+#include <CLI/App.hpp>
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+// ---- Messages and interrupts -----------------------------------------------------------------
+
+// "tavu: " and the text, as printf, on standard error.
+[[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
+
+// From now on an interrupt, a termination or a hang-up of the terminal ends the work cleanly, and a
+// closed pipe is an error of the write instead of the end of the process.
+void interrupts_take();
+// Any thread.
+bool is_interrupted();
+// Ends the work as an interrupt would. Any thread.
+void interrupt();
+// Waits that long, less when interrupted. Any thread.
+void pause_us(std::int64_t time_us);
+
+// ---- Ports -----------------------------------------------------------------------------------
+
+// Adds the positional PORT.
+void add_port_option(CLI::App& command, std::string& port);
+
+// Why a port cannot be used or does not answer, with its path.
+std::string port_reason(int com_port);
+
+// A module's open port; closed, which stops its channels, at the end of the scope.
+class OpenPort {
+  public:
+    explicit OpenPort(int com_port);
+    ~OpenPort();
+    OpenPort(const OpenPort&) = delete;
+    OpenPort& operator=(const OpenPort&) = delete;
+    [[nodiscard]] bool is_open() const { return is_open_; }
+
+  private:
+    int com_port_;
+    bool is_open_;
+};
+
+// Number of the port that the option names; without a text that of the only module found. -1 after
+// a message.
+int port_of_option(const std::string& port);
+
+// ---- Set-up ----------------------------------------------------------------------------------
+
+// Set-up of the channels by options. Pairs of values are for CAN 1 and CAN 2.
+struct Setup {
+    std::vector<double> bitrate{500, 500};  // kbit/s
+    std::vector<int> data_rate;             // Mbit/s; empty: CAN FD stays off
+    bool listen = false;
+    bool errors = false;               // error reports of the module are wanted
+    std::vector<std::string> accept;   // "1:123/7FF": acceptance filter of a channel
+    std::vector<std::string> ranges;   // "2:100-1FF": passes a range of identifiers
+};
+
+// Adds the options of the bit rates, which is all that a subcommand needs that only sends.
+void add_rate_options(CLI::App& command, Setup& setup);
+// Adds all options of the set-up.
+void add_setup_options(CLI::App& command, Setup& setup);
+
+// Applies the set-up to an open port and starts both channels; false after a message.
+bool set_up(int com_port, const Setup& setup);
+
+}  // namespace cli
+
+#endif

@@ -1,0 +1,238 @@
+// cli/play.cpp - command: tavu play, sends the frames of a log with their own timing.
+// Uses cli/sender.h, trace/capture.h.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "cli/command.h"
+#include "cli/module.h"
+#include "cli/sender.h"
+
+#include "trace/capture.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kProgressPeriod{250};
+constexpr int kMostTold = 20;  // broken lines
+
+struct Options {
+    std::vector<std::string> words;  // [PORT] FILE
+    Setup setup;
+    double speed = 1;
+    std::uint64_t loops = 1;  // 0: until interrupted
+    std::vector<std::string> map{"can0:1", "can1:2"};
+    bool strict = false;
+};
+
+// Names of the channels in the log; none after a message. The later entry of a channel counts.
+std::optional<trace::Interfaces> interfaces_of(const std::vector<std::string>& map) {
+    trace::Interfaces interfaces;
+    for (const std::string& entry : map) {
+        const std::size_t colon = entry.find(':');
+        const std::string channel = colon == std::string::npos ? "" : entry.substr(colon + 1);
+        if ((channel != "1" && channel != "2") || colon == 0 || colon > 15) {
+            complain("%s is not of the form NAME:CHANNEL", entry.c_str());
+            return std::nullopt;
+        }
+        auto& name = interfaces.name.at(channel == "1" ? 0 : 1);
+        name = {};
+        entry.copy(name.data(), colon);
+    }
+    return interfaces;
+}
+
+// Plays a file once; keeps count over several times.
+class Player {
+  public:
+    Player(const Options& options, std::string file, Sender& sender)
+        : options_(options), file_(std::move(file)), sender_(sender) {}
+
+    // Once. Progress stays on the terminal until clear_progress().
+    int play(const trace::Interfaces& interfaces);
+    void clear_progress();
+    [[nodiscard]] std::uint64_t passed_over() const { return passed_over_; }
+
+  private:
+    int take(const trace::Record& record);
+    [[nodiscard]] bool is_playable(const trace::Record& record) const;
+    void wait_for(std::int64_t time_us);
+    void tell(const trace::LogFault& fault);
+    void show_progress(std::int64_t line);
+
+    const Options& options_;
+    const std::string file_;
+    Sender& sender_;
+    std::optional<std::int64_t> first_us_;
+    Clock::time_point begin_;
+    Clock::time_point next_progress_;
+    bool has_progress_ = false;  // a line of it stands on the terminal
+    int told_ = 0;
+    std::uint64_t passed_over_ = 0;
+};
+
+int Player::play(const trace::Interfaces& interfaces) {
+    const trace::LogReaderPointer reader = trace::log_open(file_.c_str(), interfaces);
+    if (!reader) {
+        complain("%s: %s", file_.c_str(), std::strerror(errno));
+        return kUsage;
+    }
+    first_us_.reset();
+    begin_ = Clock::now();
+    int status = kDone;
+    while (status == kDone && !is_interrupted()) {
+        trace::Record record;
+        trace::LogFault fault;
+        switch (trace::log_read(reader.get(), &record, &fault)) {
+            case trace::kLogRecord:
+                status = take(record);
+                show_progress(trace::log_line(reader.get()));
+                break;
+            case trace::kLogBroken:
+                tell(fault);
+                ++passed_over_;
+                status = options_.strict ? kIncomplete : kDone;
+                break;
+            case trace::kLogEnd:
+                return kDone;
+            case trace::kLogFailed:
+                complain("%s: %s", file_.c_str(), std::strerror(errno));
+                return kIncomplete;
+        }
+    }
+    return status;
+}
+
+// A file that is no log at all must not flood the terminal.
+void Player::tell(const trace::LogFault& fault) {
+    clear_progress();
+    if (++told_ <= kMostTold) {
+        complain("%s:%lld: character %d: %s", file_.c_str(), static_cast<long long>(fault.line),
+                 fault.error.offset + 1, fault.error.reason);
+    } else if (told_ == kMostTold + 1) {
+        complain("%s: further lines of this kind are only counted", file_.c_str());
+    }
+}
+
+// Error frames tell what happened; they cannot be sent. CAN FD needs to be enabled.
+bool Player::is_playable(const trace::Record& record) const {
+    return trace::frame_is_data(record.frame) &&
+           (record.frame.fdf == TAVU_FDF_OFF || !options_.setup.data_rate.empty());
+}
+
+int Player::take(const trace::Record& record) {
+    if (!is_playable(record)) {
+        ++passed_over_;
+        return kDone;
+    }
+    wait_for(record.time_us);
+    return is_interrupted() ? kDone : sender_.send(record.frame);
+}
+
+void Player::wait_for(std::int64_t time_us) {
+    first_us_ = first_us_.value_or(time_us);
+    const std::chrono::duration<double, std::micro> due(
+        static_cast<double>(time_us - *first_us_) / options_.speed);
+    const auto left = begin_ + std::chrono::duration_cast<Clock::duration>(due) - Clock::now();
+    pause_us(std::chrono::duration_cast<std::chrono::microseconds>(left).count());
+}
+
+void Player::show_progress(std::int64_t line) {
+    if (Clock::now() < next_progress_ || isatty(STDERR_FILENO) == 0) {
+        return;
+    }
+    next_progress_ = Clock::now() + kProgressPeriod;
+    has_progress_ = true;
+    std::fprintf(stderr, "\rline %lld, %llu frames sent ", static_cast<long long>(line),
+                 static_cast<unsigned long long>(sender_.count()));
+}
+
+void Player::clear_progress() {
+    if (has_progress_) {
+        std::fputs("\r\033[K", stderr);
+        has_progress_ = false;
+    }
+}
+
+int play(const Options& options) {
+    const auto interfaces = interfaces_of(options.map);
+    if (!interfaces) {
+        return kUsage;
+    }
+    // Before the bus is touched.
+    if (!trace::log_open(options.words.back().c_str(), *interfaces)) {
+        complain("%s: %s", options.words.back().c_str(), std::strerror(errno));
+        return kUsage;
+    }
+    const bool has_port = options.words.size() > 1;
+    const int com_port = port_of_option(has_port ? options.words.front() : "");
+    if (com_port < 0) {
+        return kNoPort;
+    }
+    const OpenPort port(com_port);
+    if (!port.is_open()) {
+        return kNoPort;
+    }
+    if (!set_up(com_port, options.setup)) {
+        return kIncomplete;
+    }
+    Sender sender(com_port, options.setup);
+    Player player(options, options.words.back(), sender);
+    int status = kDone;
+    bool has_frames = true;  // a log without any is not played for ever
+    for (std::uint64_t loop = 0; status == kDone && !is_interrupted() && has_frames &&
+                                 (options.loops == 0 || loop < options.loops);
+         ++loop) {
+        const std::uint64_t before = sender.count();
+        status = player.play(*interfaces);
+        has_frames = sender.count() > before;
+    }
+    if (status != kGone) {
+        sender.finish();
+    }
+    player.clear_progress();
+    complain("%llu frames sent, %llu lines passed over",
+             static_cast<unsigned long long>(sender.count()),
+             static_cast<unsigned long long>(player.passed_over()));
+    return status == kDone && player.passed_over() > 0 ? kIncomplete : status;
+}
+
+}  // namespace
+
+void add_play(CLI::App& app, Work& work) {
+    CLI::App* command = app.add_subcommand("play", "Send the frames of a candump log");
+    const auto options = std::make_shared<Options>();
+    command->add_option("WORDS", options->words, "[PORT] FILE")
+        ->required()
+        ->expected(1, 2)
+        ->type_name("");
+    add_rate_options(*command, options->setup);
+    command->add_option("--speed", options->speed, "times as fast as the log")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command->add_option("--loop", options->loops, "how many times; 0: until interrupted")
+        ->type_name("N")
+        ->capture_default_str();
+    command->add_option("--map", options->map, "which channel sends an interface's frames")
+        ->type_name("NAME:CHANNEL")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->capture_default_str();
+    command->add_flag("--strict", options->strict, "end at a line that is broken");
+    command->callback([options, &work] { work = [options] { return play(*options); }; });
+}
+
+}  // namespace cli

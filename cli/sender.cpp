@@ -1,0 +1,72 @@
+// cli/sender.cpp - command: sends frames, and waits until the bus has carried them.
+// Uses lib/lib_tavu_2.h, trace/bus_load.h.
+// Thread: main, or any other one that alone uses it.
+// SPDX-License-Identifier: MIT
+#include "cli/sender.h"
+
+#include "cli/command.h"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+namespace cli {
+
+namespace {
+
+// A channel that shares the bus, repeats a frame or pauses between two takes longer than the bits:
+// a quarter of their time, and this.
+// More the module does not hold at a usual bit rate.
+constexpr std::chrono::steady_clock::duration kMostWait = std::chrono::seconds(10);
+constexpr std::chrono::milliseconds kSpare{100};
+constexpr int kSpareShare = 4;
+
+template <typename Value>
+Value of_channel(const std::vector<Value>& values, std::size_t channel, Value none) {
+    return values.empty() ? none : values.at(std::min(channel, values.size() - 1));
+}
+
+}  // namespace
+
+std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates_of(const Setup& setup) {
+    std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates;
+    for (std::size_t channel = 0; channel < rates.size(); ++channel) {
+        const double nominal_kbps = of_channel(setup.bitrate, channel, 500.0);
+        const int data_mbps = of_channel(setup.data_rate, channel, 2);
+        rates.at(channel) = {static_cast<std::uint32_t>(std::lround(nominal_kbps * 1e3)),
+                             static_cast<std::uint32_t>(data_mbps) * 1'000'000};
+    }
+    return rates;
+}
+
+Sender::Sender(int com_port, const Setup& setup) : com_port_(com_port), rates_(rates_of(setup)) {}
+
+int Sender::send(const CAN_FRAME_INFO& frame) {
+    const int result = frame.fdf == TAVU_FDF_ON ? TAVUSend_CANFD(com_port_, frame)
+                                                : TAVUSend(com_port_, frame);
+    if (result != TAVU_SUCCESS) {
+        const bool is_gone = TAVUPortState(com_port_, nullptr) == TAVU_PORT_GONE;
+        complain(is_gone ? "%s: the module is gone"
+                         : "%s: the module takes no frames; does another node acknowledge them?",
+                 TAVUPortName(com_port_));
+        return is_gone ? kGone : kIncomplete;
+    }
+    ++count_;
+    trace::FrameBits bits;
+    if (trace::frame_bits(frame, &bits) == TAVU_SUCCESS) {
+        const auto channel = static_cast<std::size_t>(frame.CAN_port);
+        const std::chrono::nanoseconds time(trace::bits_ns(bits, rates_.at(channel)));
+        idle_at_.at(channel) = std::max(idle_at_.at(channel), Clock::now()) + time + time / kSpareShare;
+    }
+    return kDone;
+}
+
+void Sender::finish() const {
+    const auto idle = *std::max_element(idle_at_.begin(), idle_at_.end());
+    const auto left = std::clamp(idle - Clock::now(), Clock::duration{}, kMostWait) + kSpare;
+    if (count_ > 0) {
+        std::this_thread::sleep_for(left);  // interrupted or not: these frames count as sent
+    }
+}
+
+}  // namespace cli
