@@ -136,9 +136,9 @@ int Bridge::connect(int com_port) {
 }
 
 int Bridge::carry(int com_port) {
-    complain("%s: connected", TAVUPortName(com_port));
     is_over_ = false;
     drop_stale();
+    complain("%s: connected", TAVUPortName(com_port));
     Reception reception(com_port);
     std::thread writer([this, &reception] { write_received(reception); });
     const int status = send_written(com_port);
