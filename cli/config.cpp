@@ -82,16 +82,6 @@ struct Options {
     std::string file;
 };
 
-template <typename Action>
-int with_port(const std::string& name, Action action) {
-    const int com_port = port_of_option(name);
-    if (com_port < 0) {
-        return kNoPort;
-    }
-    const OpenPort port(com_port);
-    return port.is_open() ? action(com_port) : kNoPort;
-}
-
 }  // namespace
 
 void add_config(CLI::App& app, Work& work) {

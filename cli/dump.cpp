@@ -51,6 +51,7 @@ class Dump {
     int run();
 
   private:
+    int record(int com_port);
     bool open_files();
     bool open_file(const std::string& path, trace::CaptureFormat format);
     void receive(int com_port);
@@ -78,17 +79,13 @@ class Dump {
 };
 
 int Dump::run() {
-    const int com_port = port_of_option(options_.port);
-    if (com_port < 0) {
-        return kNoPort;
-    }
     if (options_.stats) {
         statistics_ = trace::statistics_make();
     }
-    const OpenPort port(com_port);
-    if (!port.is_open()) {
-        return kNoPort;
-    }
+    return with_port(options_.port, [this](int com_port) { return record(com_port); });
+}
+
+int Dump::record(int com_port) {
     if (!open_files()) {  // only now: without a module, no recording is overwritten by none
         return kNoOutput;
     }

@@ -114,21 +114,7 @@ bool is_possible(const Options& options) {
     return true;
 }
 
-int generate(const Options& options) {
-    if (!is_possible(options)) {
-        return kUsage;
-    }
-    const int com_port = port_of_option(options.port);
-    if (com_port < 0) {
-        return kNoPort;
-    }
-    const OpenPort port(com_port);
-    if (!port.is_open()) {
-        return kNoPort;
-    }
-    if (!set_up(com_port, options.setup)) {
-        return kIncomplete;
-    }
+int generate(const Options& options, int com_port) {
     Sender sender(com_port, options.setup);
     Generator generator(options);
     int status = kDone;
@@ -143,6 +129,12 @@ int generate(const Options& options) {
     }
     complain("%llu frames sent", static_cast<unsigned long long>(sender.count()));
     return status;
+}
+
+int run(const Options& options) {
+    return is_possible(options) ? with_started(options.port, options.setup,
+                                               [&](int com_port) { return generate(options, com_port); })
+                                : int{kUsage};
 }
 
 CLI::Validator kind_or_number(int base, unsigned long most, const char* form) {
@@ -187,7 +179,7 @@ void add_gen(CLI::App& app, Work& work) {
     command->add_flag("--brs", options->brs, "CAN FD frames with bit-rate switch");
     command->add_option("--seed", options->seed, "for another row of random frames")
         ->type_name("N");
-    command->callback([options, &work] { work = [options] { return generate(*options); }; });
+    command->callback([options, &work] { work = [options] { return run(*options); }; });
 }
 
 }  // namespace cli

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
@@ -24,7 +25,10 @@ std::atomic<bool> interrupted{false};
 std::array<int, 2> wake_up{-1, -1};
 
 void handle(int /*signal*/) {
-    interrupt();
+    const int outer_errno = errno;
+    interrupted.store(true, std::memory_order_relaxed);
+    [[maybe_unused]] const ssize_t written = write(wake_up[1], "", 1);
+    errno = outer_errno;
 }
 
 }  // namespace
@@ -56,13 +60,6 @@ void interrupts_take() {
 
 bool is_interrupted() {
     return interrupted.load(std::memory_order_relaxed);
-}
-
-void interrupt() {
-    const int outer_errno = errno;
-    interrupted.store(true, std::memory_order_relaxed);
-    [[maybe_unused]] const ssize_t written = write(wake_up[1], "", 1);
-    errno = outer_errno;
 }
 
 void pause_us(std::int64_t time_us) {

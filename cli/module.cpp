@@ -1,8 +1,10 @@
 // cli/module.cpp - command: a module by its port, set up and started as the options say.
-// Uses lib/lib_tavu_2.h.
+// Uses lib/lib_tavu_2.h, trace/bus_load.h for the bit rates.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "cli/module.h"
+
+#include "trace/bus_load.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -15,25 +17,13 @@ namespace cli {
 
 namespace {
 
-struct Rate {
-    double kbps;
-    int code;
-};
-constexpr Rate kRates[] = {
-    {5, TAVU_RATE_5K},     {10, TAVU_RATE_10K},   {20, TAVU_RATE_20K},   {50, TAVU_RATE_50K},
-    {100, TAVU_RATE_100K}, {125, TAVU_RATE_125K}, {250, TAVU_RATE_250K}, {400, TAVU_RATE_400K},
-    {500, TAVU_RATE_500K}, {800, TAVU_RATE_800K}, {1000, TAVU_RATE_1M},
-};
-
-// The value of a list for a channel; one value is for both.
-template <typename Value>
-Value of_channel(const std::vector<Value>& values, std::size_t channel) {
-    return values.at(std::min(channel, values.size() - 1));
-}
-
 std::optional<int> rate_code(double kbps) {
-    const auto* const row = std::ranges::find(kRates, kbps, &Rate::kbps);
-    return row == std::end(kRates) ? std::nullopt : std::optional(row->code);
+    for (int code = 0; code < TAVU_RATE_CUSTOM_1; ++code) {
+        if (trace::rate_bps(code) == kbps * 1e3) {
+            return code;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<unsigned int> hex_number(std::string_view text) {
@@ -76,17 +66,18 @@ bool is_taken(const char* what, int result) {
 }
 
 bool set_rates(int com_port, const Setup& setup) {
-    const auto one = rate_code(of_channel(setup.bitrate, 0));
-    const auto two = rate_code(of_channel(setup.bitrate, 1));
-    const bool fd = !setup.data_rate.empty();
-    const auto data_rate = [&](std::size_t channel) {
-        return static_cast<unsigned char>(fd ? of_channel(setup.data_rate, channel) : 2);
+    const auto code = [&](int channel) {
+        return rate_code(of_channel(setup.bitrate, channel, 500.0)).value_or(TAVU_RATE_500K);
     };
-    const auto enabled = static_cast<unsigned char>(fd ? TAVU_FDF_ON : TAVU_FDF_OFF);
+    const auto data_rate = [&](int channel) {
+        return static_cast<unsigned char>(of_channel(setup.data_rate, channel, 2));
+    };
+    const auto enabled =
+        static_cast<unsigned char>(setup.data_rate.empty() ? TAVU_FDF_OFF : TAVU_FDF_ON);
     return is_taken("CAN FD settings",
-                    TAVUSetCFG_CANFD(com_port, {data_rate(0), enabled, data_rate(1), enabled})) &&
-           is_taken("bit rates", TAVUSetBaudRate(com_port, one.value_or(TAVU_RATE_500K),
-                                                 two.value_or(TAVU_RATE_500K)));
+                    TAVUSetCFG_CANFD(com_port, {data_rate(TAVU_CAN_1), enabled,
+                                                data_rate(TAVU_CAN_2), enabled})) &&
+           is_taken("bit rates", TAVUSetBaudRate(com_port, code(TAVU_CAN_1), code(TAVU_CAN_2)));
 }
 
 bool set_filters(int com_port, const Setup& setup) {

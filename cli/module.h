@@ -4,8 +4,11 @@
 #ifndef CLI_MODULE_H
 #define CLI_MODULE_H
 
+#include "cli/command.h"
+
 #include <CLI/App.hpp>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>
@@ -23,8 +26,6 @@ namespace cli {
 void interrupts_take();
 // Any thread.
 bool is_interrupted();
-// Ends the work as an interrupt would. Any thread.
-void interrupt();
 // Waits that long, less when interrupted. Any thread.
 void pause_us(std::int64_t time_us);
 
@@ -33,7 +34,7 @@ void pause_us(std::int64_t time_us);
 // Adds the positional PORT.
 void add_port_option(CLI::App& command, std::string& port);
 
-// Why a port cannot be used or does not answer, with its path.
+// Why a port cannot be used or does not answer.
 std::string port_reason(int com_port);
 
 // A module's open port; closed, which stops its channels, at the end of the scope.
@@ -54,6 +55,18 @@ class OpenPort {
 // a message.
 int port_of_option(const std::string& port);
 
+// Opens that port and does `action`, a call with the port's number. Result: that of the action, or
+// kNoPort after a message.
+template <typename Action>
+int with_port(const std::string& name, Action action) {
+    const int com_port = port_of_option(name);
+    if (com_port < 0) {
+        return kNoPort;
+    }
+    const OpenPort port(com_port);
+    return port.is_open() ? action(com_port) : kNoPort;
+}
+
 // ---- Set-up ----------------------------------------------------------------------------------
 
 // Set-up of the channels by options. Pairs of values are for CAN 1 and CAN 2.
@@ -66,6 +79,13 @@ struct Setup {
     std::vector<std::string> ranges;   // "2:100-1FF": passes a range of identifiers
 };
 
+// The value of a list for a channel; one value is for both, and without any it is `none`.
+template <typename Value>
+Value of_channel(const std::vector<Value>& values, int channel, Value none) {
+    const auto last = static_cast<int>(values.size()) - 1;
+    return values.empty() ? none : values.at(static_cast<std::size_t>(std::min(channel, last)));
+}
+
 // Adds the options of the bit rates, which is all that a subcommand needs that only sends.
 void add_rate_options(CLI::App& command, Setup& setup);
 // Adds all options of the set-up.
@@ -73,6 +93,14 @@ void add_setup_options(CLI::App& command, Setup& setup);
 
 // Applies the set-up to an open port and starts both channels; false after a message.
 bool set_up(int com_port, const Setup& setup);
+
+// As with_port, on a module that is set up and started; kIncomplete when it is not.
+template <typename Action>
+int with_started(const std::string& name, const Setup& setup, Action action) {
+    return with_port(name, [&](int com_port) {
+        return set_up(com_port, setup) ? action(com_port) : int{kIncomplete};
+    });
+}
 
 }  // namespace cli
 

@@ -166,28 +166,7 @@ void Player::clear_progress() {
     }
 }
 
-int play(const Options& options) {
-    const auto interfaces = interfaces_of(options.map);
-    if (!interfaces) {
-        return kUsage;
-    }
-    // Before the bus is touched.
-    if (!trace::log_open(options.words.back().c_str(), *interfaces)) {
-        complain("%s: %s", options.words.back().c_str(), std::strerror(errno));
-        return kUsage;
-    }
-    const bool has_port = options.words.size() > 1;
-    const int com_port = port_of_option(has_port ? options.words.front() : "");
-    if (com_port < 0) {
-        return kNoPort;
-    }
-    const OpenPort port(com_port);
-    if (!port.is_open()) {
-        return kNoPort;
-    }
-    if (!set_up(com_port, options.setup)) {
-        return kIncomplete;
-    }
+int play_all(const Options& options, const trace::Interfaces& interfaces, int com_port) {
     Sender sender(com_port, options.setup);
     Player player(options, options.words.back(), sender);
     int status = kDone;
@@ -196,7 +175,7 @@ int play(const Options& options) {
                                  (options.loops == 0 || loop < options.loops);
          ++loop) {
         const std::uint64_t before = sender.count();
-        status = player.play(*interfaces);
+        status = player.play(interfaces);
         has_frames = sender.count() > before;
     }
     if (status != kGone) {
@@ -207,6 +186,21 @@ int play(const Options& options) {
              static_cast<unsigned long long>(sender.count()),
              static_cast<unsigned long long>(player.passed_over()));
     return status == kDone && player.passed_over() > 0 ? kIncomplete : status;
+}
+
+int play(const Options& options) {
+    const auto interfaces = interfaces_of(options.map);
+    if (!interfaces) {
+        return kUsage;
+    }
+    // Before the bus is touched.
+    if (!trace::log_open(options.words.back().c_str(), *interfaces)) {
+        complain("%s: %s", options.words.back().c_str(), std::strerror(errno));
+        return kUsage;
+    }
+    const std::string port = options.words.size() > 1 ? options.words.front() : "";
+    return with_started(port, options.setup,
+                        [&](int com_port) { return play_all(options, *interfaces, com_port); });
 }
 
 }  // namespace

@@ -48,6 +48,17 @@ std::optional<std::vector<CAN_FRAME_INFO>> frames_of(const Options& options, std
     return frames;
 }
 
+int send_all(const std::vector<CAN_FRAME_INFO>& frames, const Setup& setup, int com_port) {
+    Sender sender(com_port, setup);
+    for (const CAN_FRAME_INFO& frame : frames) {
+        if (const int status = sender.send(frame); status != kDone) {
+            return status;
+        }
+    }
+    sender.finish();
+    return kDone;
+}
+
 int send(const Options& options) {
     const bool has_port = !is_frame(options.words.front());
     const auto frames = frames_of(options, has_port ? 1 : 0);
@@ -57,25 +68,9 @@ int send(const Options& options) {
         }
         return kUsage;
     }
-    const int com_port = port_of_option(has_port ? options.words.front() : "");
-    if (com_port < 0) {
-        return kNoPort;
-    }
-    const OpenPort port(com_port);
-    if (!port.is_open()) {
-        return kNoPort;
-    }
-    if (!set_up(com_port, options.setup)) {
-        return kIncomplete;
-    }
-    Sender sender(com_port, options.setup);
-    for (const CAN_FRAME_INFO& frame : *frames) {
-        if (const int status = sender.send(frame); status != kDone) {
-            return status;
-        }
-    }
-    sender.finish();
-    return kDone;
+    const std::string port = has_port ? options.words.front() : "";
+    return with_started(port, options.setup,
+                        [&](int com_port) { return send_all(*frames, options.setup, com_port); });
 }
 
 }  // namespace

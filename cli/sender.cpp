@@ -4,8 +4,6 @@
 // SPDX-License-Identifier: MIT
 #include "cli/sender.h"
 
-#include "cli/command.h"
-
 #include <algorithm>
 #include <cmath>
 #include <thread>
@@ -16,30 +14,19 @@ namespace {
 
 // A channel that shares the bus, repeats a frame or pauses between two takes longer than the bits:
 // a quarter of their time, and this.
+constexpr int kSpareShare = 4;
+constexpr std::chrono::milliseconds kSpare{100};
 // More the module does not hold at a usual bit rate.
 constexpr std::chrono::steady_clock::duration kMostWait = std::chrono::seconds(10);
-constexpr std::chrono::milliseconds kSpare{100};
-constexpr int kSpareShare = 4;
 
-template <typename Value>
-Value of_channel(const std::vector<Value>& values, std::size_t channel, Value none) {
-    return values.empty() ? none : values.at(std::min(channel, values.size() - 1));
+trace::BusRates rates_of(const Setup& setup, int channel) {
+    return {static_cast<std::uint32_t>(std::lround(of_channel(setup.bitrate, channel, 500.0) * 1e3)),
+            static_cast<std::uint32_t>(of_channel(setup.data_rate, channel, 2)) * 1'000'000};
 }
 
 }  // namespace
 
-std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates_of(const Setup& setup) {
-    std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates;
-    for (std::size_t channel = 0; channel < rates.size(); ++channel) {
-        const double nominal_kbps = of_channel(setup.bitrate, channel, 500.0);
-        const int data_mbps = of_channel(setup.data_rate, channel, 2);
-        rates.at(channel) = {static_cast<std::uint32_t>(std::lround(nominal_kbps * 1e3)),
-                             static_cast<std::uint32_t>(data_mbps) * 1'000'000};
-    }
-    return rates;
-}
-
-Sender::Sender(int com_port, const Setup& setup) : com_port_(com_port), rates_(rates_of(setup)) {}
+Sender::Sender(int com_port, const Setup& setup) : com_port_(com_port), rates_{rates_of(setup, TAVU_CAN_1), rates_of(setup, TAVU_CAN_2)} {}
 
 int Sender::send(const CAN_FRAME_INFO& frame) {
     const int result = frame.fdf == TAVU_FDF_ON ? TAVUSend_CANFD(com_port_, frame)

@@ -33,9 +33,6 @@ class Sender {
     std::uint64_t count_ = 0;
 };
 
-// Bit rates of the channels by the options.
-std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates_of(const Setup& setup);
-
 }  // namespace cli
 
 #endif
