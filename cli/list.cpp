@@ -7,6 +7,7 @@
 
 #include "lib/lib_tavu_2.h"
 
+#include <array>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -79,8 +80,11 @@ int list(bool as_json) {
             TAVUShowVer(port, &module.version);
             TAVUCloseDevice(port);
             found.push_back(module);
-        } else if (TAVUPortState(port, nullptr) != TAVU_PORT_ABSENT) {
-            unasked.push_back({port, port_reason(port)});
+            continue;
+        }
+        std::array<char, TAVU_REASON_SIZE> reason{};
+        if (TAVUPortReason(port, reason.data()) != TAVU_PORT_ABSENT) {
+            unasked.push_back({port, reason.data()});
         }
     }
     (as_json ? print_json : print_text)(found, unasked);

@@ -125,16 +125,12 @@ void add_port_option(CLI::App& command, std::string& port) {
     command.add_option("PORT", port, "name or number of the port")->type_name("");
 }
 
-std::string port_reason(int com_port) {
-    std::array<char, TAVU_REASON_SIZE> reason{};
-    TAVUPortReason(com_port, reason.data());
-    return reason.data();
-}
-
 OpenPort::OpenPort(int com_port)
     : com_port_(com_port), is_open_(TAVUOpenDevice(com_port) == TAVU_SUCCESS) {
     if (!is_open_) {
-        complain("%s: %s", TAVUPortName(com_port), port_reason(com_port).c_str());
+        std::array<char, TAVU_REASON_SIZE> reason{};
+        TAVUPortReason(com_port, reason.data());
+        complain("%s: %s", TAVUPortName(com_port), reason.data());
     }
 }
 

@@ -34,9 +34,6 @@ void pause_us(std::int64_t time_us);
 // Adds the positional PORT.
 void add_port_option(CLI::App& command, std::string& port);
 
-// Why a port cannot be used or does not answer.
-std::string port_reason(int com_port);
-
 // A module's open port; closed, which stops its channels, at the end of the scope.
 class OpenPort {
   public:

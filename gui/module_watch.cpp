@@ -57,6 +57,12 @@ struct Reason {
     std::string text;
 };
 
+// A text from outside, which need not be UTF-8, as a sentence.
+std::string sentence(const char* text) {
+    const GText valid(g_utf8_make_valid(text, -1));
+    return valid.get() + std::string(".");
+}
+
 }  // namespace
 
 void show_losses() {
@@ -74,16 +80,6 @@ void show_losses() {
         notice_show(Notice::losses, words + ". Clear begins to count anew.", counters);
     }
 }
-
-namespace {
-
-// A text from outside, which need not be UTF-8.
-std::string valid_text(const char* text) {
-    const GText valid(g_utf8_make_valid(text, -1));
-    return valid.get();
-}
-
-}  // namespace
 
 gboolean watch_module(gpointer /*user_data*/) {
     if (is_connect && TAVUPortState(com_port, nullptr) == TAVU_PORT_GONE) {
@@ -134,16 +130,17 @@ std::string device_name(int com_port) {
 std::string port_reason(int com_port) {
     std::array<char, TAVU_REASON_SIZE> reason{};
     TAVUPortReason(com_port, reason.data());
-    return valid_text(reason.data()) + ".";
+    return sentence(reason.data());
 }
 
 std::string no_module_reason() {
     std::vector<Reason> reasons;
     for (int port = 0; port < TAVU_PORT_CNT; ++port) {
-        if (TAVUPortState(port, nullptr) == TAVU_PORT_ABSENT) {
+        std::array<char, TAVU_REASON_SIZE> reason{};
+        if (TAVUPortReason(port, reason.data()) == TAVU_PORT_ABSENT) {
             continue;
         }
-        const std::string text = port_reason(port);
+        const std::string text = sentence(reason.data());
         const auto same = std::ranges::find(reasons, text, &Reason::text);
         if (same == reasons.end()) {
             reasons.push_back({device_name(port), text});

@@ -81,9 +81,10 @@ enum { TAVU_REASON_SIZE = 128 };
 
 /*
  * The same in words for a message: why no module can be reached on the port, and what to do about
- * it; of a free port that no module answers. `text` has room for TAVU_REASON_SIZE characters.
+ * it; of a free port that no module answers. `text` has room for TAVU_REASON_SIZE characters. The
+ * result is that of TAVUPortState.
  */
-TAVU_API void TAVUPortReason(int com_port, char* text);
+TAVU_API int TAVUPortReason(int com_port, char* text);
 
 /* ---- Waiting ---- */
 

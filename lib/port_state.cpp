@@ -155,8 +155,9 @@ int TAVUPortState(int com_port, char* who) {
     return TAVU_PORT_FREE;
 }
 
-void TAVUPortReason(int com_port, char* text) {
+int TAVUPortReason(int com_port, char* text) {
     std::array<char, TAVU_WHO_SIZE> who{};
     const int state = TAVUPortState(com_port, who.data());
     copy_text(text, reason(state, who.data()), TAVU_REASON_SIZE);
+    return state;
 }
