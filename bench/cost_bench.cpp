@@ -27,6 +27,8 @@
 #include <thread>
 #include <vector>
 
+#include "bench/running.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -79,13 +81,7 @@ void add_thread(const std::string& stat, Usage* usage) {
     if (open == std::string::npos || close == std::string::npos) {
         return;  // the thread has ended
     }
-    unsigned long user = 0;
-    unsigned long system = 0;
-    std::sscanf(stat.c_str() + close + 1, " %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu",
-                &user, &system);
-    const double ticks_per_s = static_cast<double>(sysconf(_SC_CLK_TCK));
-    usage->seconds_of[stat.substr(open + 1, close - open - 1)] +=
-        static_cast<double>(user + system) / ticks_per_s;
+    usage->seconds_of[stat.substr(open + 1, close - open - 1)] += processor_s_of(stat);
 }
 
 Usage usage_of(const std::string& pid) {
@@ -128,15 +124,6 @@ class Session {
   private:
     std::unique_ptr<std::FILE, PipeCloser> pipe_;
 };
-
-// Frames take no time on this bus, so it carries any rate that is asked for.
-sim::StationOptions module_options(double frames_per_s) {
-    sim::StationOptions options;
-    options.traffic_per_s = frames_per_s;
-    options.flood = true;
-    options.keep_commands = false;
-    return options;
-}
 
 // Processor time of a thread that takes the same stream from the port in bulk, in per cent.
 double bare_reader_percent(double frames_per_s) {

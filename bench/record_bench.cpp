@@ -26,6 +26,8 @@
 #include <thread>
 #include <vector>
 
+#include "bench/running.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -36,14 +38,6 @@ constexpr auto kFastest = 8s;
 constexpr auto kLong = 60s;
 constexpr auto kSettled = 10s;          // then memory has its size
 constexpr double kLongFrames = 21'000;  // a second on the bus; both channels report each
-
-sim::StationOptions module_options(double frames_per_s) {
-    sim::StationOptions options;
-    options.traffic_per_s = frames_per_s;
-    options.flood = true;
-    options.keep_commands = false;
-    return options;
-}
 
 std::uint64_t reports_of(const sim::Station& station) {
     const auto [can1, can2] = station.counters().channel;
@@ -118,11 +112,7 @@ double Recorder::processor_s() const {
     std::ifstream file("/proc/" + std::to_string(pid_) + "/stat");
     std::string text;
     std::getline(file, text);
-    unsigned long user = 0;
-    unsigned long system = 0;
-    std::sscanf(text.c_str() + text.rfind(')') + 1,
-                " %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &user, &system);
-    return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return processor_s_of(text);
 }
 
 double Recorder::resident_mb() const {
