@@ -114,7 +114,9 @@ struct LOG_COLUMN {
     int column;  // COL_..., its place in the table
     const char* title;
     int width_px;
-    const char* widest;  // text; the column grows to it where the font needs more than width_px
+    // Text without the blank that may end it; the column grows to it where the font needs more than
+    // width_px.
+    const char* widest;
     // The cell's text: a constant, or written to `buffer` (kCellTextSize bytes). Null: no text.
     const char* (*text)(const LOG_ROW& row, char* buffer);
 };
@@ -124,7 +126,7 @@ constexpr std::array<LOG_COLUMN, COL_NUM> kColumns{{
     {COL_PATH, "PATH", 55, "Send", path_text},
     {COL_MOD, "MOD", 55, "EID", id_type_text},
     {COL_ID, "ID", 85, "DDDDDDDD", id_text},
-    {COL_TYPE, "TYPE", 80, "FD / BRS / ESI ", type_text},
+    {COL_TYPE, "TYPE", 80, "FD / BRS / ESI", type_text},
     {COL_LEN, "LEN", 40, "64", length_text},
     {COL_DATA, "DATA", 190, "DD DD DD DD DD DD DD DD", data_text},
     {COL_TIME, "TIME", 105, "00:00:00:000", time_text},
