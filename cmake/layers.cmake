@@ -36,7 +36,7 @@ set(may.tests/trace "\"(trace|tests/trace)/${header}\"" "\"lib/lib_tavu_2\\.h\""
 set(word.tests/service "test")
 set(may.tests/service "\"(service|sim|tests/service)/${header}\"" "\"lib/lib_tavu_2\\.h\"" ${test_tools})
 set(word.tests/gui "test")
-set(may.tests/gui "\"(gui|service|sim|tests/gui)/${header}\"" "\"(lib/lib_tavu_2|tools/ui_script/widgets)\\.h\"" ${toolkit}
+set(may.tests/gui "\"(gui|trace|service|sim|tests/gui)/${header}\"" "\"(lib/lib_tavu_2|tools/ui_script/widgets)\\.h\"" ${toolkit}
     ${test_tools})
 set(word.tests/sim "test")
 set(may.tests/sim "\"(sim|tests/sim)/${header}\"" ${test_tools})

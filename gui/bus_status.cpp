@@ -9,6 +9,7 @@
 #include "gui/cross_mark.h"
 #include "gui/frame_log.h"
 #include "gui/key_filter.h"
+#include "gui/monitor/monitor.h"
 #include "gui/send_panel.h"
 #include "gui/settings_panel.h"
 #include "gui/widgets.h"
@@ -17,6 +18,7 @@
 #include "service/traffic_queues.h"
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 
 RS_INFO rs_info;
@@ -75,18 +77,22 @@ constexpr std::array kErrorTypes{"Disable All", "ROM Error", "Bus Error", "Enabl
 
 bool show_sent() {
     UPBS_INFO record;
-    const bool taken = send_queue_pop(&record);
+    std::int64_t time_us = 0;
+    const bool taken = send_queue_pop(&record, &time_us);
     if (taken) {
         frame_log_add(record, false);
+        monitor_add(record, false, time_us);
     }
     return taken;
 }
 
 bool show_received() {
     UPBS_INFO record;
-    const bool taken = recv_queue_pop(&record);
+    std::int64_t time_us = 0;
+    const bool taken = recv_queue_pop(&record, &time_us);
     if (taken) {
         frame_log_add(record, true);
+        monitor_add(record, true, time_us);
     }
     return taken;
 }
@@ -125,9 +131,11 @@ void show_reports() {
         show_text(bs_info.label_content[BS_LABEL_EE_C], "❌");
     }
     if (report_take(TAVU_BUSERR_TYPE, &report)) {
+        monitor_report(report);
         show_counters(report, BS_LABEL_CAN1_ECR_C, BS_LABEL_CAN2_ECR_C);
     }
     if (report_take(TAVU_BUSERR_PSR_TYPE, &report)) {
+        monitor_report(report);
         show_counters(report, BS_LABEL_CAN1_PSR_C, BS_LABEL_CAN2_PSR_C);
     }
 }

@@ -16,6 +16,7 @@
 #include "gui/frame_log.h"
 #include "gui/key_filter.h"
 #include "gui/module_watch.h"
+#include "gui/monitor/monitor.h"
 #include "gui/notice_bar.h"
 #include "gui/panel_fold.h"
 #include "gui/port_search.h"

@@ -7,6 +7,7 @@
 #include "gui/application.h"
 #include "gui/bus_status.h"
 #include "gui/connection_panel.h"
+#include "gui/monitor/monitor.h"
 #include "gui/send_panel.h"
 #include "gui/widgets.h"
 
@@ -15,12 +16,12 @@ namespace {
 // In the order of use along the row of function keys. These enter no text, on no keyboard layout,
 // so an entry with the focus loses nothing, and its key filter does not come to see them: the
 // window's keys go first. Letters with Control would take keys that entries edit with in one of
-// the toolkit's key themes, those with Alt belong to the labels. F1, F6, F7, F8 and F10 have a
-// meaning in the toolkit; F11, F12 and function keys with Alt or Control often one in window
-// managers.
+// the toolkit's key themes, those with Alt belong to the labels. F1, F6, F8 and F10 have a
+// meaning in the toolkit, F7 only in a text view, of which there is none; F11, F12 and function
+// keys with Alt or Control often one in window managers.
 constexpr Shortcut kShortcuts[] = {
     {&cd_info.btn_cnnt, "F2"}, {&cd_info.btn_start, "F3"}, {&ss_info.btn_send, "F4"},
-    {&ss_info.btn_stop, "F5"}, {&bs_info.btn_clr, "F9"},
+    {&ss_info.btn_stop, "F5"}, {&monitor_btn, "F7"},       {&bs_info.btn_clr, "F9"},
 };
 
 // A key that is held repeats. It acts once: Connect would turn into Disconnect, and Send begin its
@@ -60,6 +61,9 @@ std::span<const Shortcut> shortcuts() {
 void shortcuts_init() {
     const GObjectRef<GtkAccelGroup> group(gtk_accel_group_new());
     for (const Shortcut& shortcut : kShortcuts) {
+        if (*shortcut.button == nullptr) {  // an interface file without it
+            continue;
+        }
         guint key = 0;
         GdkModifierType modifiers{};
         gtk_accelerator_parse(shortcut.key, &key, &modifiers);

@@ -8,6 +8,7 @@
 #include "gui/connection_panel.h"
 #include "gui/data_editor.h"
 #include "gui/module_watch.h"
+#include "gui/monitor/monitor.h"
 #include "gui/notice_bar.h"
 #include "gui/panel_fold.h"
 #include "gui/send_panel.h"
@@ -121,6 +122,7 @@ void start_up(int* argc, char*** argv) {
     rs_init();
     ss_init();
     bs_init();
+    monitor_init();
     ed_init();
     nb_init();
     pf_init();
@@ -167,6 +169,7 @@ void destroy(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     // A timer may be due in the very iteration that takes the labels away.
     g_source_remove(display_timer);
     g_source_remove(watch_timer);
+    monitor_close();
     if (is_connect) {
         CAN_CNNT_INFO info{};
         info.is_discnnt = true;

@@ -5,6 +5,7 @@
 #include "service/traffic_queues.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <iterator>
 #include <mutex>
@@ -19,15 +20,22 @@ std::atomic<bool> is_done_non_block{false};
 
 namespace {
 
+// A record and when it was queued, microseconds since 1970: its time text tells neither the day nor
+// what is below a millisecond.
+struct QueuedRecord {
+    UPBS_INFO record;
+    std::int64_t time_us;
+};
+
 // Written by transmit worker, read by main thread; every access holds MTX_queue_s, which is never
 // held together with another lock.
-UPBS_INFO upbs_send[kRingSlots];
+QueuedRecord upbs_send[kRingSlots];
 int rear_s = -1;   // newest record
 int front_s = -1;  // newest record already taken
 std::mutex MTX_queue_s;
 
 // Written by receive worker, read by main thread, no lock.
-UPBS_INFO upbs_recv[kRingSlots];
+QueuedRecord upbs_recv[kRingSlots];
 // Written by receive worker only. Release, and acquire by the main thread: the record is complete
 // before its index shows.
 std::atomic<int> rear_r{-1};
@@ -47,6 +55,18 @@ struct MailboxSlot {
 };
 MailboxSlot mailbox[]{{TAVU_EEERR_TYPE, {}}, {TAVU_BUSERR_TYPE, {}}, {TAVU_BUSERR_PSR_TYPE, {}}};
 std::mutex mailbox_mutex;
+
+std::int64_t now_us() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+void hand_out(const QueuedRecord& queued, UPBS_INFO* record, std::int64_t* time_us) {
+    *record = queued.record;
+    if (time_us != nullptr) {
+        *time_us = queued.time_us;
+    }
+}
 
 int slot_after(int index) {
     return index == kRingSlots - 1 ? 0 : index + 1;
@@ -79,9 +99,10 @@ bool send_queue_push(const CAN_FRAME_INFO& frame) {
         return false;
     }
     rear_s = slot_after(rear_s);
-    UPBS_INFO& record = upbs_send[rear_s];
-    TAVUTimeText(record.now_time);
-    record.frame_info = frame;
+    QueuedRecord& queued = upbs_send[rear_s];
+    TAVUTimeText(queued.record.now_time);
+    queued.record.frame_info = frame;
+    queued.time_us = now_us();
     return true;
 }
 
@@ -92,30 +113,31 @@ bool recv_queue_push(const CAN_FRAME_INFO& frame) {
         return false;
     }
     const int slot = slot_after(rear);
-    UPBS_INFO& record = upbs_recv[slot];
-    std::memcpy(record.now_time, frame.recv_time, sizeof record.now_time);
-    record.frame_info = frame;
+    QueuedRecord& queued = upbs_recv[slot];
+    std::memcpy(queued.record.now_time, frame.recv_time, sizeof queued.record.now_time);
+    queued.record.frame_info = frame;
+    queued.time_us = now_us();
     rear_r.store(slot, std::memory_order_release);
     return true;
 }
 
-bool send_queue_pop(UPBS_INFO* record) {
+bool send_queue_pop(UPBS_INFO* record, std::int64_t* time_us) {
     const std::scoped_lock lock(MTX_queue_s);
     if (front_s == rear_s) {
         return false;
     }
     front_s = slot_after(front_s);
-    *record = upbs_send[front_s];
+    hand_out(upbs_send[front_s], record, time_us);
     return true;
 }
 
-bool recv_queue_pop(UPBS_INFO* record) {
+bool recv_queue_pop(UPBS_INFO* record, std::int64_t* time_us) {
     const int front = front_r.load(std::memory_order_relaxed);
     if (front == rear_r.load(std::memory_order_acquire)) {
         return false;
     }
     const int slot = slot_after(front);
-    *record = upbs_recv[slot];
+    hand_out(upbs_recv[slot], record, time_us);
     front_r.store(slot, std::memory_order_release);
     return true;
 }

@@ -28,9 +28,10 @@ void queues_reset();
 bool send_queue_push(const CAN_FRAME_INFO& frame);
 bool recv_queue_push(const CAN_FRAME_INFO& frame);
 
-// Takes the oldest record; false = the ring was empty, *record is untouched. Main thread.
-bool send_queue_pop(UPBS_INFO* record);
-bool recv_queue_pop(UPBS_INFO* record);
+// Takes the oldest record, and when it was queued if that is asked for, microseconds since 1970;
+// false = the ring was empty, nothing is written. Main thread.
+bool send_queue_pop(UPBS_INFO* record, std::int64_t* time_us = nullptr);
+bool recv_queue_pop(UPBS_INFO* record, std::int64_t* time_us = nullptr);
 
 // Whether the transmit ring holds no record. Any thread.
 bool send_queue_empty();

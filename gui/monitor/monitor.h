@@ -1,0 +1,34 @@
+// gui/monitor/monitor.h - user interface: the second window, which follows, sorts, measures and records traffic.
+// Any file of gui/ may include it.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#ifndef GUI_MONITOR_MONITOR_H
+#define GUI_MONITOR_MONITOR_H
+
+#include "service/traffic_queues.h"
+
+#include <gtk/gtk.h>
+
+#include <cstdint>
+
+// Button of the main window that opens the monitor; null when the interface file has none.
+extern GtkWidget* monitor_btn;
+
+// Looks the button up and connects it. While the main interface file is loaded.
+void monitor_init();
+
+// Opens the window, or brings it to the front.
+void monitor_open();
+
+// Closes it, with its recording and its messages, and remembers its settings. Without effect while
+// it is closed.
+void monitor_close();
+
+// Hands the monitor a record that the display timer has taken from a ring; `time_us` is when it was
+// queued, microseconds since 1970. While the window is closed they cost a comparison.
+void monitor_add(const UPBS_INFO& record, bool is_recv, std::int64_t time_us);
+
+// The same for a report out of the mailbox.
+void monitor_report(const CAN_FRAME_INFO& report);
+
+#endif

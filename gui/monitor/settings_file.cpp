@@ -1,0 +1,53 @@
+// gui/monitor/settings_file.cpp - user interface: what the monitor window remembers, in a file of keys.
+// Thread: main.
+// SPDX-License-Identifier: MIT
+#include "gui/monitor/settings_file.h"
+
+namespace {
+
+GText folder_path() {
+    return GText(g_build_filename(g_get_user_config_dir(), "tavu-utility", nullptr));
+}
+
+GText file_path() {
+    return GText(g_build_filename(folder_path().get(), "monitor.ini", nullptr));
+}
+
+}  // namespace
+
+SettingsRef settings_load() {
+    SettingsRef settings(g_key_file_new());
+    g_key_file_load_from_file(settings.get(), file_path().get(), G_KEY_FILE_KEEP_COMMENTS, nullptr);
+    return settings;
+}
+
+void settings_save(GKeyFile* settings) {
+    constexpr int kOwnerOnly = 0700;
+    GError* error = nullptr;
+    g_mkdir_with_parents(folder_path().get(), kOwnerOnly);
+    if (g_key_file_save_to_file(settings, file_path().get(), &error) == FALSE) {
+        g_printerr("The settings of the monitor window are not remembered: %s\n", error->message);
+        g_error_free(error);
+    }
+}
+
+int setting_int(GKeyFile* settings, const char* group, const char* key, int lowest, int highest,
+                int otherwise) {
+    GError* error = nullptr;
+    const int value = g_key_file_get_integer(settings, group, key, &error);
+    const bool is_good = error == nullptr && value >= lowest && value <= highest;
+    g_clear_error(&error);
+    return is_good ? value : otherwise;
+}
+
+bool setting_bool(GKeyFile* settings, const char* group, const char* key, bool otherwise) {
+    GError* error = nullptr;
+    const bool value = g_key_file_get_boolean(settings, group, key, &error) != FALSE;
+    const bool is_good = error == nullptr;
+    g_clear_error(&error);
+    return is_good ? value : otherwise;
+}
+
+GText setting_text(GKeyFile* settings, const char* group, const char* key) {
+    return GText(g_key_file_get_string(settings, group, key, nullptr));
+}
