@@ -18,7 +18,6 @@
 #include "service/traffic_queues.h"
 
 #include <array>
-#include <cstdint>
 #include <cstdio>
 
 RS_INFO rs_info;
@@ -76,23 +75,21 @@ constexpr const char* kTitles[BS_LABEL_CNT_T] = {
 constexpr std::array kErrorTypes{"Disable All", "ROM Error", "Bus Error", "Enable All"};
 
 bool show_sent() {
-    UPBS_INFO record;
-    std::int64_t time_us = 0;
-    const bool taken = send_queue_pop(&record, &time_us);
+    QUEUED_INFO queued;
+    const bool taken = send_queue_take(&queued);
     if (taken) {
-        frame_log_add(record, false);
-        monitor_add(record, false, time_us);
+        frame_log_add(queued.record, false);
+        monitor_add(queued, false);
     }
     return taken;
 }
 
 bool show_received() {
-    UPBS_INFO record;
-    std::int64_t time_us = 0;
-    const bool taken = recv_queue_pop(&record, &time_us);
+    QUEUED_INFO queued;
+    const bool taken = recv_queue_take(&queued);
     if (taken) {
-        frame_log_add(record, true);
-        monitor_add(record, true, time_us);
+        frame_log_add(queued.record, true);
+        monitor_add(queued, true);
     }
     return taken;
 }

@@ -20,22 +20,15 @@ std::atomic<bool> is_done_non_block{false};
 
 namespace {
 
-// A record and when it was queued, microseconds since 1970: its time text tells neither the day nor
-// what is below a millisecond.
-struct QueuedRecord {
-    UPBS_INFO record;
-    std::int64_t time_us;
-};
-
 // Written by transmit worker, read by main thread; every access holds MTX_queue_s, which is never
 // held together with another lock.
-QueuedRecord upbs_send[kRingSlots];
+QUEUED_INFO upbs_send[kRingSlots];
 int rear_s = -1;   // newest record
 int front_s = -1;  // newest record already taken
 std::mutex MTX_queue_s;
 
 // Written by receive worker, read by main thread, no lock.
-QueuedRecord upbs_recv[kRingSlots];
+QUEUED_INFO upbs_recv[kRingSlots];
 // Written by receive worker only. Release, and acquire by the main thread: the record is complete
 // before its index shows.
 std::atomic<int> rear_r{-1};
@@ -59,13 +52,6 @@ std::mutex mailbox_mutex;
 std::int64_t now_us() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
-
-void hand_out(const QueuedRecord& queued, UPBS_INFO* record, std::int64_t* time_us) {
-    *record = queued.record;
-    if (time_us != nullptr) {
-        *time_us = queued.time_us;
-    }
 }
 
 int slot_after(int index) {
@@ -99,7 +85,7 @@ bool send_queue_push(const CAN_FRAME_INFO& frame) {
         return false;
     }
     rear_s = slot_after(rear_s);
-    QueuedRecord& queued = upbs_send[rear_s];
+    QUEUED_INFO& queued = upbs_send[rear_s];
     TAVUTimeText(queued.record.now_time);
     queued.record.frame_info = frame;
     queued.time_us = now_us();
@@ -107,37 +93,59 @@ bool send_queue_push(const CAN_FRAME_INFO& frame) {
 }
 
 bool recv_queue_push(const CAN_FRAME_INFO& frame) {
+    return recv_queue_push_at(frame, now_us());
+}
+
+bool recv_queue_push_at(const CAN_FRAME_INFO& frame, std::int64_t time_us) {
     const int rear = rear_r.load(std::memory_order_relaxed);
     if (ring_is_full(front_r.load(std::memory_order_acquire), rear)) {
         recv_ring_full.fetch_add(1, std::memory_order_relaxed);
         return false;
     }
     const int slot = slot_after(rear);
-    QueuedRecord& queued = upbs_recv[slot];
+    QUEUED_INFO& queued = upbs_recv[slot];
     std::memcpy(queued.record.now_time, frame.recv_time, sizeof queued.record.now_time);
     queued.record.frame_info = frame;
-    queued.time_us = now_us();
+    queued.time_us = time_us;
     rear_r.store(slot, std::memory_order_release);
     return true;
 }
 
-bool send_queue_pop(UPBS_INFO* record, std::int64_t* time_us) {
+bool send_queue_pop(UPBS_INFO* record) {
+    QUEUED_INFO queued;
+    const bool taken = send_queue_take(&queued);
+    if (taken) {
+        *record = queued.record;
+    }
+    return taken;
+}
+
+bool recv_queue_pop(UPBS_INFO* record) {
+    QUEUED_INFO queued;
+    const bool taken = recv_queue_take(&queued);
+    if (taken) {
+        *record = queued.record;
+    }
+    return taken;
+}
+
+bool send_queue_take(QUEUED_INFO* queued) {
     const std::scoped_lock lock(MTX_queue_s);
     if (front_s == rear_s) {
         return false;
     }
     front_s = slot_after(front_s);
-    hand_out(upbs_send[front_s], record, time_us);
+    *queued = upbs_send[front_s];
     return true;
 }
 
-bool recv_queue_pop(UPBS_INFO* record, std::int64_t* time_us) {
+bool recv_queue_take(QUEUED_INFO* queued) {
     const int front = front_r.load(std::memory_order_relaxed);
     if (front == rear_r.load(std::memory_order_acquire)) {
         return false;
     }
     const int slot = slot_after(front);
-    hand_out(upbs_recv[slot], record, time_us);
+    *queued = upbs_recv[slot];
     front_r.store(slot, std::memory_order_release);
     return true;
 }

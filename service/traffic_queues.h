@@ -17,6 +17,13 @@ struct UPBS_INFO {
     CAN_FRAME_INFO frame_info;
 };
 
+// The same with its time, microseconds since 1970: the text tells neither the day nor what is below a
+// millisecond.
+struct QUEUED_INFO {
+    UPBS_INFO record;
+    std::int64_t time_us;
+};
+
 // A ring holds this many records until the first one is taken, and one less from then on.
 inline constexpr int kRingSlots = 100000;
 
@@ -27,11 +34,15 @@ void queues_reset();
 // send: transmit worker, with cancellation off. recv: receive worker.
 bool send_queue_push(const CAN_FRAME_INFO& frame);
 bool recv_queue_push(const CAN_FRAME_INFO& frame);
+// The same for a frame that came before now: at `time_us`, microseconds since 1970.
+bool recv_queue_push_at(const CAN_FRAME_INFO& frame, std::int64_t time_us);
 
-// Takes the oldest record, and when it was queued if that is asked for, microseconds since 1970;
-// false = the ring was empty, nothing is written. Main thread.
-bool send_queue_pop(UPBS_INFO* record, std::int64_t* time_us = nullptr);
-bool recv_queue_pop(UPBS_INFO* record, std::int64_t* time_us = nullptr);
+// Takes the oldest record; false = the ring was empty, *record is untouched. Main thread.
+bool send_queue_pop(UPBS_INFO* record);
+bool recv_queue_pop(UPBS_INFO* record);
+// The same with the record's time.
+bool send_queue_take(QUEUED_INFO* queued);
+bool recv_queue_take(QUEUED_INFO* queued);
 
 // Whether the transmit ring holds no record. Any thread.
 bool send_queue_empty();

@@ -8,10 +8,12 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <span>
@@ -158,6 +160,35 @@ void receive_continuously(int com_port) {
     }
 }
 
+// Time of day of a time text, "hh:mm:ss:mmm", in milliseconds; 0 for what is none.
+std::int64_t time_of_day_ms(const char* text) {
+    std::array<int, 4> part{};  // hour, minute, second, millisecond
+    if (std::sscanf(text, "%2d:%2d:%2d:%3d", &part[0], &part[1], &part[2], &part[3]) != 4) {
+        return 0;
+    }
+    return ((part[0] * 60 + part[1]) * 60 + part[2]) * std::int64_t{1000} + part[3];
+}
+
+// When the reports of a batch came, which are queued only when the batch is complete: their texts
+// tell the time of day.
+class BatchClock {
+  public:
+    BatchClock() {
+        char text[sizeof CAN_FRAME_INFO::recv_time];
+        TAVUTimeText(text);
+        now_ms_ = time_of_day_ms(text);
+    }
+    std::int64_t time_us(const CAN_FRAME_INFO& report) const {
+        const milliseconds age{now_ms_ - time_of_day_ms(report.recv_time)};
+        return (now_ - (age.count() < 0 ? age + std::chrono::days{1} : age)).count();
+    }
+
+  private:
+    std::chrono::microseconds now_ = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    std::int64_t now_ms_ = 0;
+};
+
 // Without memory for the array the batch stays empty and the next one tries again.
 void batch_collect(int com_port, const CAN_RECV_INFO& info) {
     const auto count = static_cast<std::uint32_t>(std::clamp(info.cnt, 1, kBatchMax));
@@ -169,9 +200,10 @@ void batch_collect(int com_port, const CAN_RECV_INFO& info) {
                          .interval = static_cast<std::uint32_t>(std::max(info.time_out, 0)),
                          .can_frame_info = reports.get()};
     const auto collected = static_cast<std::size_t>(TAVUReceiveNonblock(com_port, &batch));
+    const BatchClock clock;
     for (const CAN_FRAME_INFO& report : std::span(reports.get(), collected)) {
         if (report.msg_type == TAVU_DATA_TYPE) {
-            recv_queue_push(report);
+            recv_queue_push_at(report, clock.time_us(report));
         }
     }
 }

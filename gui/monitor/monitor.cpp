@@ -240,9 +240,10 @@ void monitor_close() {
     monitor = {};
 }
 
-void monitor_add(const UPBS_INFO& record, bool is_recv, std::int64_t time_us) {
+void monitor_add(const QUEUED_INFO& queued, bool is_recv) {
     if (monitor.window != nullptr) {
-        add_to_pages({.time_us = time_us, .is_sent = !is_recv, .frame = record.frame_info});
+        add_to_pages(
+            {.time_us = queued.time_us, .is_sent = !is_recv, .frame = queued.record.frame_info});
     }
 }
 

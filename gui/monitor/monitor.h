@@ -9,8 +9,6 @@
 
 #include <gtk/gtk.h>
 
-#include <cstdint>
-
 // Button of the main window that opens the monitor; null when the interface file has none.
 extern GtkWidget* monitor_btn;
 
@@ -24,9 +22,9 @@ void monitor_open();
 // it is closed.
 void monitor_close();
 
-// Hands the monitor a record that the display timer has taken from a ring; `time_us` is when it was
-// queued, microseconds since 1970. While the window is closed they cost a comparison.
-void monitor_add(const UPBS_INFO& record, bool is_recv, std::int64_t time_us);
+// Hands the monitor a record that the display timer has taken from a ring. While the window is
+// closed that costs a comparison.
+void monitor_add(const QUEUED_INFO& queued, bool is_recv);
 
 // The same for a report out of the mailbox.
 void monitor_report(const CAN_FRAME_INFO& report);

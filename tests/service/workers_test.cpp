@@ -116,4 +116,38 @@ TEST_F(Workers, NextBatchBeginsOnlyWhenTheCompleteOneWasTakenAndShown) {
     EXPECT_EQ(taken([](auto* next) { return batch_shown(), recv_queue_pop(next); }, 1), Ids{3});
 }
 
+// By how much a record's time and its text, both of one moment, differ.
+double apart_ms(const QUEUED_INFO& queued) {
+    const std::time_t second = queued.time_us / 1'000'000;
+    std::tm day{};
+    localtime_r(&second, &day);
+    int hour = 0;
+    int minute = 0;
+    double second_text = 0;
+    std::string text = queued.record.now_time;
+    text.replace(8, 1, ".");
+    EXPECT_EQ(std::sscanf(text.c_str(), "%d:%d:%lf", &hour, &minute, &second_text), 3) << text;
+    const double of_text_ms = (hour * 60 + minute) * 60e3 + second_text * 1e3;
+    const double of_time_ms = ((day.tm_hour * 60 + day.tm_min) * 60 + day.tm_sec) * 1e3 +
+                              static_cast<double>(queued.time_us % 1'000'000) / 1e3;
+    return std::abs(of_text_ms - of_time_ms);
+}
+
+// A batch is queued when it is complete, here by a stop long after its frame came.
+TEST_F(Workers, ARecordsTimeIsThatOfItsTextAlsoInABatch) {
+    procRecv(kPort, {.cnt = INT_MAX, .time_out = 60'000});
+    ASSERT_TRUE(wait_for([] { return MTX_queue_r.load(); }));
+    module_sends({frame(1)});
+    ASSERT_TRUE(station.wait_drained(10s));
+    const auto later = Clock::now() + 1s;
+    ASSERT_TRUE(wait_for([=] { return Clock::now() > later; }));
+    procRecv(kPort, {.is_cancel = true});
+    send_queue_push(fd_frame(2));
+    for (const auto take : {recv_queue_take, send_queue_take}) {
+        QUEUED_INFO queued;
+        ASSERT_TRUE(take(&queued));
+        EXPECT_LT(apart_ms(queued), 500);
+    }
+}
+
 }  // namespace
