@@ -1,90 +1,14 @@
 // tests/gui/layout_test.cpp - test: every control can be reached and read, also on a small desk in a large font.
-// Uses tests/gui/ui_fixture.h.
+// Uses tests/gui/ui_fixture.h, tests/gui/inspection.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
+#include "tests/gui/inspection.h"
 #include "tests/gui/ui_fixture.h"
 
 #include <algorithm>
 #include <array>
 
 namespace {
-
-// A widget's place in another, which need not be around it.
-GdkRectangle area_in(GtkWidget* widget, GtkWidget* outer) {
-    GdkRectangle area{0, 0, gtk_widget_get_allocated_width(widget),
-                      gtk_widget_get_allocated_height(widget)};
-    gtk_widget_translate_coordinates(widget, outer, 0, 0, &area.x, &area.y);
-    return area;
-}
-
-bool is_inside(const GdkRectangle& part, const GdkRectangle& whole) {
-    GdkRectangle both;
-    gdk_rectangle_union(&part, &whole, &both);
-    return gdk_rectangle_equal(&both, &whole) != FALSE;
-}
-
-// Whether all of a widget shows in a scrolled window, or can be brought there with a bar that shows.
-bool is_in_reach(GtkWidget* widget, GtkScrolledWindow* outer) {
-    GtkWidget* port = gtk_bin_get_child(GTK_BIN(outer));
-    const GdkRectangle room = area_in(port, port);
-    GdkRectangle area = area_in(widget, port);
-    const bool shows_bars = gtk_scrolled_window_get_overlay_scrolling(outer) == FALSE;
-    if (shows_bars && gtk_widget_get_mapped(gtk_scrolled_window_get_hscrollbar(outer))) {
-        area.x = 0;
-        area.width = 1;
-    }
-    if (shows_bars && gtk_widget_get_mapped(gtk_scrolled_window_get_vscrollbar(outer))) {
-        area.y = 0;
-        area.height = 1;
-    }
-    return is_inside(area, room);
-}
-
-// The same for all that is around it.
-bool is_in_reach(GtkWidget* widget) {
-    bool is_so = true;
-    for (GtkWidget* outer = gtk_widget_get_parent(widget); outer != nullptr && is_so;
-         outer = gtk_widget_get_parent(outer)) {
-        if (GTK_IS_WINDOW(outer)) {
-            is_so = is_inside(area_in(widget, outer), area_in(outer, outer));
-        } else if (GTK_IS_SCROLLED_WINDOW(outer)) {
-            is_so = is_in_reach(widget, GTK_SCROLLED_WINDOW(outer));
-            widget = outer;
-        }
-    }
-    return is_so;
-}
-
-bool is_cut(GtkWidget* widget) {
-    GtkRequisition whole;
-    gtk_widget_get_preferred_size(widget, nullptr, &whole);
-    whole.width -= gtk_widget_get_margin_start(widget) + gtk_widget_get_margin_end(widget);
-    return gtk_widget_get_allocated_width(widget) < whole.width ||
-           gtk_widget_get_allocated_height(widget) < whole.height;
-}
-
-// Adds to the Lines what is out of reach or cut of a widget and all in it, as far as it is shown.
-void inspect(GtkWidget* widget, gpointer lines) {
-    if (!gtk_widget_get_mapped(widget)) {
-        return;
-    }
-    const bool is_text = GTK_IS_LABEL(widget) || GTK_IS_ENTRY(widget) || GTK_IS_BUTTON(widget) ||
-                         GTK_IS_CELL_VIEW(widget);
-    if (is_text && (!is_in_reach(widget) || is_cut(widget))) {
-        static_cast<Lines*>(lines)->push_back(std::string(gtk_widget_get_name(widget)) + ' ' +
-                                              ui_script::text_of(widget).value_or("") +
-                                              (is_cut(widget) ? " is cut" : " is out of reach"));
-    }
-    if (GTK_IS_CONTAINER(widget)) {
-        gtk_container_forall(GTK_CONTAINER(widget), inspect, lines);
-    }
-}
-
-Lines faults(GtkWidget* window) {
-    Lines lines;
-    inspect(window, &lines);
-    return lines;
-}
 
 // The window with all that it can show.
 struct Layout : UiTest {

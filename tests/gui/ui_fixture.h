@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -117,6 +119,9 @@ struct UiTest : testing::Test {
     void SetUp() override {
         station().set_state({});
         if (windows == nullptr) {
+            // What the windows remember is this process's own.
+            g_setenv("XDG_CONFIG_HOME",
+                     (testing::TempDir() + "config-" + std::to_string(getpid())).c_str(), TRUE);
             start_up(nullptr, nullptr);
         }
         use(rs_info.chk, "off");
