@@ -56,6 +56,7 @@ void interrupts_take() {
     }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
+    sigaction(SIGXFSZ, &action, nullptr);
 }
 
 bool is_interrupted() {

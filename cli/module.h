@@ -22,7 +22,8 @@ namespace cli {
 [[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
 
 // From now on an interrupt, a termination or a hang-up of the terminal ends the work cleanly, and a
-// closed pipe is an error of the write instead of the end of the process.
+// closed pipe, or a file at the limit of its size, is an error of the write instead of the end of
+// the process.
 void interrupts_take();
 // Any thread.
 bool is_interrupted();
