@@ -1,8 +1,9 @@
 // cli/dump.cpp - command: tavu dump, shows and records what a module receives.
-// Uses cli/reception.h, trace/ for text, files and statistics.
+// Uses cli/reception.h, cli/disk_sync.h, trace/ for text, files and statistics.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
+#include "cli/disk_sync.h"
 #include "cli/module.h"
 #include "cli/reception.h"
 #include "cli/table.h"
@@ -39,12 +40,6 @@ struct Options {
     bool quiet = false;
 };
 
-// A file to be written to, if one was asked for.
-struct File {
-    std::string path;
-    trace::CapturePointer capture;
-};
-
 class Dump {
   public:
     explicit Dump(const Options& options) : options_(options) {}
@@ -66,7 +61,7 @@ class Dump {
     void print_summary() const;
 
     const Options& options_;
-    std::vector<File> files_;
+    std::vector<CaptureFile> files_;
     trace::StatisticsPointer statistics_;
     LossWatch losses_;
     std::uint64_t frames_ = 0;
@@ -130,10 +125,15 @@ bool Dump::open_file(const std::string& path, trace::CaptureFormat format) {
 void Dump::receive(int com_port) {
     begin_ = Clock::now();
     next_table_ = begin_ + kTablePeriod;
+    const DiskSync sync(files_);
     Reception reception(com_port);
     bool goes_on = true;
     while (goes_on && !is_interrupted() && !is_enough()) {
         goes_on = handle(reception.take(kTake_ms));
+        if (sync.has_failed()) {
+            goes_on = false;
+            status_ = kNoOutput;
+        }
         losses_.look(reception);
         if (reception.is_over()) {
             complain("%s: the module is gone", TAVUPortName(com_port));
@@ -194,7 +194,7 @@ bool Dump::show(std::span<const trace::Record> records) {
 
 bool Dump::write_files(std::span<const trace::Record> records) {
     bool is_written = true;
-    for (const File& file : files_) {
+    for (const CaptureFile& file : files_) {
         if (trace::capture_write(file.capture.get(), records) != TAVU_SUCCESS) {
             const trace::CaptureState state = trace::capture_state(file.capture.get());
             complain("%s: %s; %llu frames are not in it", file.path.c_str(),
@@ -235,7 +235,8 @@ void Dump::show_table(bool is_last) {
 
 bool Dump::close_files() {
     bool is_written = true;
-    for (File& file : files_) {
+    for (CaptureFile& file : files_) {
+        is_written = disk_has(file) && is_written;
         if (trace::capture_close(file.capture.release()) != TAVU_SUCCESS) {
             complain("%s: %s", file.path.c_str(), std::strerror(errno));
             is_written = false;
