@@ -58,6 +58,7 @@ class Bridge {
     void print_summary() const;
 
     const Options& options_;
+    Setup setup_ = options_.setup;  // of the channels that have an interface
     std::array<CanSocket, TAVU_CHANNEL_CNT> sockets_;
     std::size_t used_ = 0;
     Counters counters_;
@@ -86,6 +87,7 @@ int Bridge::run() {
     if (!open_sockets(names)) {
         return kNoOutput;
     }
+    setup_.is_used = {used_ > TAVU_CAN_1, used_ > TAVU_CAN_2};
     const int com_port = port_of_option(port);
     if (com_port < 0) {
         return kNoPort;
@@ -120,7 +122,7 @@ int Bridge::connect(int com_port) {
         {
             const OpenPort port(com_port);
             if (port.is_open()) {
-                was_there = set_up(com_port, options_.setup) || was_there;
+                was_there = set_up(com_port, setup_) || was_there;
                 status = was_there ? carry(com_port) : kIncomplete;
             }
         }

@@ -132,9 +132,11 @@ int generate(const Options& options, int com_port) {
 }
 
 int run(const Options& options) {
-    return is_possible(options) ? with_started(options.port, options.setup,
-                                               [&](int com_port) { return generate(options, com_port); })
-                                : int{kUsage};
+    if (!is_possible(options)) {
+        return kUsage;
+    }
+    return with_started(options.port, with_only(options.setup, options.channel - 1),
+                        [&](int com_port) { return generate(options, com_port); });
 }
 
 CLI::Validator kind_or_number(int base, unsigned long most, const char* form) {

@@ -6,6 +6,8 @@
 
 #include "cli/command.h"
 
+#include "lib/lib_tavu_2.h"
+
 #include <CLI/App.hpp>
 
 #include <algorithm>
@@ -69,13 +71,19 @@ int with_port(const std::string& name, Action action) {
 
 // Set-up of the channels by options. Pairs of values are for CAN 1 and CAN 2.
 struct Setup {
-    std::vector<double> bitrate{500, 500};  // kbit/s
+    std::vector<double> bitrate{500};  // kbit/s
     std::vector<int> data_rate;             // Mbit/s; empty: CAN FD stays off
     bool listen = false;
     bool errors = false;               // error reports of the module are wanted
     std::vector<std::string> accept;   // "1:123/7FF": acceptance filter of a channel
     std::vector<std::string> ranges;   // "2:100-1FF": passes a range of identifiers
+    // A channel that is not used keeps its settings, and is not started: it may be on another bus.
+    std::array<bool, TAVU_CHANNEL_CNT> is_used{true, true};
 };
+
+// The same for who sends on one channel, TAVU_CAN_1 or TAVU_CAN_2: it alone is used, unless the rates
+// of both are given, so that the other one may acknowledge.
+Setup with_only(Setup setup, int channel);
 
 // The value of a list for a channel; one value is for both, and without any it is `none`.
 template <typename Value>
@@ -89,7 +97,7 @@ void add_rate_options(CLI::App& command, Setup& setup);
 // Adds all options of the set-up.
 void add_setup_options(CLI::App& command, Setup& setup);
 
-// Applies the set-up to an open port and starts both channels; false after a message.
+// Applies the set-up to an open port and starts the channels that are used; false after a message.
 bool set_up(int com_port, const Setup& setup);
 
 // As with_port, on a module that is set up and started; kIncomplete when it is not.

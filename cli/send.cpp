@@ -69,7 +69,7 @@ int send(const Options& options) {
         return kUsage;
     }
     const std::string port = has_port ? options.words.front() : "";
-    return with_started(port, options.setup,
+    return with_started(port, with_only(options.setup, options.channel - 1),
                         [&](int com_port) { return send_all(*frames, options.setup, com_port); });
 }
 

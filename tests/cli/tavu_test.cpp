@@ -105,6 +105,14 @@ TEST_F(Tavu, SendsWhatIsAskedForByteByByte) {
         "E0 26 18 FE F1 00 11 22 00 00 00 00 00 00 40 0D 0A\n"
         "E0 3A 00 00 07 FF 00 00 00 00 00 00 00 00 20 0D 0A\n"
         "F0 82 07 00 00 01 23 11 22 33 44 55 66 77 88 01 0D 0A\n");
+    // One channel alone: the other keeps its rates and does not run.
+    expect(
+        "$SIM --nodes 1 -r -- bash -c \"\\$TAVU dump -q --time 0.1 -b 250,125 --fd 5,8; "
+        "\\$TAVU gen -c 2 -b 1000 -n 1; \\$TAVU config show\"",
+        0,
+        AllOf(HasSubstr("CAN 1: 250k bit/s, CAN FD at 5M bit/s, normal"),
+              HasSubstr("CAN 2: 1M bit/s, CAN 2.0, normal"), HasSubstr("can1.reports=0"),
+              HasSubstr("can2.from_host=1")));
     expect("$SIM -- $TAVU send 123#XYZ", 2, "123#XYZ: character 5: ");
     expect("$SIM -- $TAVU send 123##01122", 2, "a CAN FD frame needs --fd");
     expect("$SIM --nodes 1 -- $TAVU send 123#11 -b 333", 2, "no bit rate of the module: 333");
@@ -151,7 +159,7 @@ TEST_F(Tavu, PlaysALogWithItsTimingMapAndBrokenLines) {
 }
 
 TEST_F(Tavu, MakesFramesUpAndLosesNone) {
-    expect("$SIM -r -- bash -c \"\\$TAVU gen -n 10000 -g 0 --length 8\"", 0,
+    expect("$SIM -r -- bash -c \"\\$TAVU gen -n 10000 -g 0 --length 8 -b 500,500\"", 0,
            AllOf(HasSubstr("10000 frames sent"), HasSubstr("can1.from_host=10000"),
                  HasSubstr("can1.refused=0"), HasSubstr("can2.reports=10000")));
 }
