@@ -155,6 +155,13 @@ TEST_F(Tavu, PlaysALogWithItsTimingMapAndBrokenLines) {
                "sed -i /rubbish/d l; $SIM --nodes 1 -- bash -c \"time -p \\$TAVU play ttyACM0 l "
                "--map vcan9:2 --loop 3 --fd 2 --speed 0.5\"",
            0, AllOf(HasSubstr("9 frames sent, 0 lines passed over"), ContainsRegex("real [4-9]")));
+    expect(log +
+               "$SIM --nodes 1 -r --record=r -- $TAVU play l --map vcan9:2 --map can0:2; "
+               "grep -E \"^[E]0\" r",
+           0,
+           AllOf(HasSubstr("2 frames sent, 2 lines passed over"), HasSubstr("can1.from_host=0"),
+                 HasSubstr("E0 12 00 00 01 00 01 "), HasSubstr("E0 12 00 00 02 00 02 ")));
+    expect("touch l; $TAVU play l --map can0:1,can0:2", 2, "can0: no interface has two channels");
     expect("$SIM -- $TAVU play missing", 2, "missing: No such file or directory");
 }
 
