@@ -140,6 +140,13 @@ TEST_F(Tavu, ReceivesWhatTheOtherChannelSentAndWritesItInEveryForm) {
               HasSubstr("00000123020000001122"), HasSubstr("d8fef10000000000")));
 }
 
+TEST_F(Tavu, TellsHowManyFramesHaveNoRowInTheTable) {
+    expect(
+        "$SIM -c $FIFO -- bash -c \"\\$TAVU dump ttyACM0 --stats -n 65600 | tail -n 1 & started; "
+        "printf \\\"frame ttyACM0 1 %08X ext\\n\\\" {0..65599} >$FIFO; wait\"",
+        0, "65536 identifiers, 65600 frames, 0 error frames; no row was left for 64 frames");
+}
+
 TEST_F(Tavu, PlaysALogWithItsTimingMapAndBrokenLines) {
     const std::string log =
         "echo \"(10.0) can0 100#01\n(10.2) vcan9 200#02\nrubbish\n(10.4) can0 300##1AA\" >l; ";
