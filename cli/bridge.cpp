@@ -88,11 +88,12 @@ int Bridge::run() {
         return kNoOutput;
     }
     setup_.is_used = {used_ > TAVU_CAN_1, used_ > TAVU_CAN_2};
-    const int com_port = port_of_option(port);
+    int status = kNoPort;
+    const int com_port = port_of_option(port, &status);
     if (com_port < 0) {
-        return kNoPort;
+        return status;
     }
-    const int status = connect(com_port);
+    status = connect(com_port);
     print_summary();
     const bool is_whole = !losses_.any() && counters_.dropped == 0 && overflowed() == 0 &&
                           counters_.refused == 0 && counters_.unsent == 0;

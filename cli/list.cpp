@@ -87,6 +87,10 @@ int list(bool as_json) {
             unasked.push_back({port, reason.data()});
         }
     }
+    if (is_interrupted()) {  // a part would pass for all
+        complain("interrupted");
+        return kDone;
+    }
     (as_json ? print_json : print_text)(found, unasked);
     return found.empty() ? kNoPort : kDone;
 }

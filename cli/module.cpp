@@ -177,25 +177,42 @@ OpenPort::~OpenPort() {
     }
 }
 
-int port_of_option(const std::string& port) {
+namespace {
+
+// Asks all ports; -1 after a message.
+int only_module(int* status) {
+    std::vector<int> found;
+    for (int candidate = 0; candidate < TAVU_PORT_CNT && !is_interrupted(); ++candidate) {
+        if (TAVUOpenDevice(candidate) == TAVU_SUCCESS) {
+            TAVUCloseDevice(candidate);
+            found.push_back(candidate);
+        }
+    }
+    if (is_interrupted()) {  // what was found by then need not be the only one
+        complain("interrupted");
+        *status = kDone;
+        return -1;
+    }
+    if (found.size() != 1) {
+        complain(found.empty() ? "no module found; 'tavu list' tells why"
+                               : "several modules found; name one: 'tavu list' shows them");
+        *status = kNoPort;
+        return -1;
+    }
+    return found[0];
+}
+
+}  // namespace
+
+int port_of_option(const std::string& port, int* status) {
     if (port.empty()) {
-        std::vector<int> found;
-        for (int candidate = 0; candidate < TAVU_PORT_CNT && !is_interrupted(); ++candidate) {
-            if (TAVUOpenDevice(candidate) == TAVU_SUCCESS) {
-                TAVUCloseDevice(candidate);
-                found.push_back(candidate);
-            }
-        }
-        if (found.size() != 1) {
-            complain(found.empty() ? "no module found; 'tavu list' tells why"
-                                   : "several modules found; name one: 'tavu list' shows them");
-        }
-        return found.size() == 1 ? found[0] : -1;
+        return only_module(status);
     }
     const bool is_number = port.find_first_not_of("0123456789") == std::string::npos;
     const int number = is_number ? std::atoi(port.c_str()) : TAVUPortNumber(port.c_str());
     if (TAVUPortName(number) == nullptr) {
         complain("%s: no port of that name or number", port.c_str());
+        *status = kNoPort;
         return -1;
     }
     return number;

@@ -52,18 +52,23 @@ class OpenPort {
 };
 
 // Number of the port that the option names; without a text that of the only module found. -1 after
-// a message.
-int port_of_option(const std::string& port);
+// a message: *status is kNoPort, or kDone if the search was interrupted.
+int port_of_option(const std::string& port, int* status);
 
-// Opens that port and does `action`, a call with the port's number. Result: that of the action, or
-// kNoPort after a message.
+// Opens that port and does `action`, a call with the port's number. Result: that of the action; after
+// a message kNoPort, or kDone if there was an interrupt meanwhile.
 template <typename Action>
 int with_port(const std::string& name, Action action) {
-    const int com_port = port_of_option(name);
+    int status = kNoPort;
+    const int com_port = port_of_option(name, &status);
     if (com_port < 0) {
-        return kNoPort;
+        return status;
     }
     const OpenPort port(com_port);
+    if (port.is_open() && is_interrupted()) {
+        complain("interrupted");
+        return kDone;
+    }
     return port.is_open() ? action(com_port) : kNoPort;
 }
 

@@ -51,6 +51,11 @@ std::optional<std::vector<CAN_FRAME_INFO>> frames_of(const Options& options, std
 int send_all(const std::vector<CAN_FRAME_INFO>& frames, const Setup& setup, int com_port) {
     Sender sender(com_port, setup);
     for (const CAN_FRAME_INFO& frame : frames) {
+        if (is_interrupted()) {
+            complain("interrupted; %llu of %zu frames sent",
+                     static_cast<unsigned long long>(sender.count()), frames.size());
+            break;
+        }
         if (const int status = sender.send(frame); status != kDone) {
             return status;
         }

@@ -105,6 +105,13 @@ TEST_F(Tavu, SendsWhatIsAskedForByteByByte) {
         "E0 26 18 FE F1 00 11 22 00 00 00 00 00 00 40 0D 0A\n"
         "E0 3A 00 00 07 FF 00 00 00 00 00 00 00 00 20 0D 0A\n"
         "F0 82 07 00 00 01 23 11 22 33 44 55 66 77 88 01 0D 0A\n");
+    expect("$SIM -- $TAVU send 123#XYZ", 2, "123#XYZ: character 5: ");
+    expect("$SIM -- $TAVU send 123##01122", 2, "a CAN FD frame needs --fd");
+    expect("$SIM --nodes 1 -- $TAVU send 123#11 -b 333", 2, "no bit rate of the module: 333");
+    expect("$SIM --nodes 1 -f refusing -- $TAVU send ttyACM0 123#11", 3, "it does not answer");
+}
+
+TEST_F(Tavu, SetsUpTheChannelThatSendsAndTriesAgain) {
     // One channel alone: the other keeps its rates and does not run.
     expect(
         "$SIM --nodes 1 -r -- bash -c \"\\$TAVU dump -q --time 0.1 -b 250,125 --fd 5,8; "
@@ -113,10 +120,13 @@ TEST_F(Tavu, SendsWhatIsAskedForByteByByte) {
         AllOf(HasSubstr("CAN 1: 250k bit/s, CAN FD at 5M bit/s, normal"),
               HasSubstr("CAN 2: 1M bit/s, CAN 2.0, normal"), HasSubstr("can1.reports=0"),
               HasSubstr("can2.from_host=1")));
-    expect("$SIM -- $TAVU send 123#XYZ", 2, "123#XYZ: character 5: ");
-    expect("$SIM -- $TAVU send 123##01122", 2, "a CAN FD frame needs --fd");
-    expect("$SIM --nodes 1 -- $TAVU send 123#11 -b 333", 2, "no bit rate of the module: 333");
-    expect("$SIM --nodes 1 -f refusing -- $TAVU send ttyACM0 123#11", 3, "it does not answer");
+    // Two settings without an answer, as on a busy machine.
+    expect(
+        "$SIM --nodes 1 -c $FIFO --record=r -- bash -c \"\\$TAVU send ttyACM0 123#11 & "
+        "until grep -qs ^47 r; do sleep 0.02; done; echo fault ttyACM0 silent >$FIFO; "
+        "until grep -qz 4A.*4A r; do sleep 0.02; done; echo fault ttyACM0 none >$FIFO; "
+        "wait \\$!\"; status=$?; grep E0 r; exit $status",
+        0, "E0 11 00 00 01 23 11");
 }
 
 TEST_F(Tavu, ReceivesWhatTheOtherChannelSentAndWritesItInEveryForm) {
@@ -223,6 +233,11 @@ TEST_F(Tavu, TellsAtOnceWhatEndsIt) {
            AllOf(HasSubstr("0 error frames in"), HasSubstr("can1.running=0")));
     expect("$SIM --traffic 100 -f garbage -- $TAVU dump -q --time 2", 1,
            AllOf(HasSubstr("lost so far: "), HasSubstr("lost: ")));
+    // During the search, which asks the silent port first.
+    expect(
+        "$SIM -p ttyUSB0 -p ttyUSB1 -f ttyUSB0=silent --record=r -- bash -c \"\\$TAVU send 1FF# & "
+        "until [ -s r ]; do sleep 0.02; done; kill \\$!; wait \\$!\"",
+        0, testing::EndsWith("tavu: interrupted\n"));
     expect("$SIM -- $TAVU dump -q -n 1 --time 0.1", 1, "0 frames and 0 error frames");
     expect("$SIM --traffic 100 -- $TAVU dump --range 1:2B0-2B0 --range 2:001-002 -n 5", 0,
            AllOf(HasSubstr("can0  2B0"), testing::Not(HasSubstr("can1  "))));
