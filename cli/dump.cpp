@@ -26,6 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kTake_ms = 200;
+constexpr double kMostTime_s = 100e6;  // three years
 constexpr std::chrono::seconds kTablePeriod{1};
 
 struct Options {
@@ -269,7 +270,7 @@ void add_dump(CLI::App& app, Work& work) {
         ->check(CLI::PositiveNumber);
     command->add_option("--time", options->time_s, "end after so many seconds")
         ->type_name("SECONDS")
-        ->check(CLI::PositiveNumber);
+        ->check(number_up_to(kMostTime_s));
     command->add_option("--stamp", options->stamp, "show a time: of the day, the module's, the gap")
         ->type_name("TIME")
         ->check(CLI::IsMember({"host", "module", "delta"}));

@@ -16,6 +16,8 @@ namespace cli {
 
 namespace {
 
+constexpr double kMostGap_ms = 86.4e6;  // a day
+
 struct Options {
     std::string port;
     Setup setup;
@@ -163,7 +165,7 @@ void add_gen(CLI::App& app, Work& work) {
         ->check(CLI::PositiveNumber);
     command->add_option("-g,--gap", options->gap_ms, "milliseconds between two; 0: no pause")
         ->type_name("MS")
-        ->check(CLI::NonNegativeNumber)
+        ->check(number_up_to(kMostGap_ms, true))
         ->capture_default_str();
     command->add_option("--id", options->id, "identifier")
         ->type_name("KIND")

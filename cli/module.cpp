@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace cli {
@@ -35,7 +36,7 @@ std::optional<unsigned int> hex_number(std::string_view text) {
     return is_whole && value <= TAVU_EID_MAX ? std::optional(value) : std::nullopt;
 }
 
-// Two identifiers of a channel, "1:100-1FF". Eight digits make them 29-bit ones.
+// Two identifiers of a channel, "1:100-1FF". More than three digits in either make both 29-bit ones.
 struct Pair {
     int channel;
     int id_type;
@@ -50,9 +51,10 @@ std::optional<Pair> pair_of(std::string_view text, char separator) {
         return std::nullopt;
     }
     const std::string_view first = text.substr(2, middle - 2);
+    const std::string_view second = text.substr(middle + 1);
     const auto low = hex_number(first);
-    const auto high = hex_number(text.substr(middle + 1));
-    const int id_type = first.size() > 3 ? TAVU_EID : TAVU_SID;
+    const auto high = hex_number(second);
+    const int id_type = std::max(first.size(), second.size()) > 3 ? TAVU_EID : TAVU_SID;
     const unsigned int limit = id_type == TAVU_SID ? TAVU_SID_MAX : TAVU_EID_MAX;
     if (!low || !high || *low > limit || *high > limit) {
         return std::nullopt;
@@ -162,6 +164,20 @@ void add_port_option(CLI::App& command, std::string& port) {
     command.add_option("PORT", port, "name or number of the port")->type_name("");
 }
 
+CLI::Validator number_up_to(double most, bool with_zero) {
+    return {[=](const std::string& text) {
+                char* end = nullptr;
+                const double value = std::strtod(text.c_str(), &end);
+                const bool is_number = end != text.c_str() && *end == 0;
+                std::array<char, 32> limit{};
+                std::snprintf(limit.data(), limit.size(), "%.0f", most);
+                return is_number && (value > 0 || (with_zero && value == 0)) && value <= most
+                           ? std::string()
+                           : text + " is no number above 0, " + limit.data() + " at most";
+            },
+            ""};
+}
+
 OpenPort::OpenPort(int com_port)
     : com_port_(com_port), is_open_(TAVUOpenDevice(com_port) == TAVU_SUCCESS) {
     if (!is_open_) {
@@ -244,7 +260,11 @@ void add_rate_options(CLI::App& command, Setup& setup) {
 void add_setup_options(CLI::App& command, Setup& setup) {
     const auto valid_pair = [](char separator, const char* form) {
         return [separator, form](const std::string& text) {
-            return pair_of(text, separator) ? std::string() : text + " is not of the form " + form;
+            const auto pair = pair_of(text, separator);
+            if (pair && separator == '-' && pair->first > pair->second) {
+                return text + " lets nothing pass: the lower identifier stands first, " + form;
+            }
+            return pair ? std::string() : text + " is not of the form " + form;
         };
     };
     add_rate_options(command, setup);

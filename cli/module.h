@@ -37,6 +37,9 @@ void pause_us(std::int64_t time_us);
 // Adds the positional PORT.
 void add_port_option(CLI::App& command, std::string& port);
 
+// Accepts numbers above 0, or from 0, up to `most`; no infinity and nothing that is no number.
+CLI::Validator number_up_to(double most, bool with_zero = false);
+
 // A module's open port; closed, which stops its channels, at the end of the scope.
 class OpenPort {
   public:

@@ -28,6 +28,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kProgressPeriod{250};
 constexpr int kMostTold = 20;  // broken lines
+constexpr double kMostSpeed = 1e9;
+// A slow player of a log with a leap in its times would else wait longer than a clock can count.
+constexpr double kMostWait_us = 1e15;  // 30 years
 
 struct Options {
     std::vector<std::string> words;  // [PORT] FILE
@@ -180,7 +183,8 @@ int Player::take(const trace::Record& record) {
 void Player::wait_for(std::int64_t time_us) {
     first_us_ = first_us_.value_or(time_us);
     const std::chrono::duration<double, std::micro> due(
-        static_cast<double>(time_us - *first_us_) / options_.speed);
+        std::clamp(static_cast<double>(time_us - *first_us_) / options_.speed, -kMostWait_us,
+                   kMostWait_us));
     const auto left = begin_ + std::chrono::duration_cast<Clock::duration>(due) - Clock::now();
     pause_us(std::chrono::duration_cast<std::chrono::microseconds>(left).count());
 }
@@ -253,7 +257,7 @@ void add_play(CLI::App& app, Work& work) {
     add_rate_options(*command, options->setup);
     command->add_option("--speed", options->speed, "times as fast as the log")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
+        ->check(number_up_to(kMostSpeed))
         ->capture_default_str();
     command->add_option("--loop", options->loops, "how many times; 0: until interrupted")
         ->type_name("N")

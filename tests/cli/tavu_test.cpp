@@ -89,6 +89,10 @@ TEST_F(Tavu, ListsModulesAndTellsWhyOtherPortsCannotBeUsed) {
     if (can_preload()) {
         expect("$SIM -- flock /dev/ttyACM0 $TAVU send ttyACM0 001#", 3,
                "/dev/ttyACM0: the program flock holds it");
+        expect(
+            "cp $(command -v flock) $(printf \"a\\001b\"); "
+            "$SIM -- ./a?b /dev/ttyACM0 $TAVU list --json",
+            3, R"(the program a\u0001b holds it)");
     }
     expect("$SIM -f silent -- $TAVU send 24 001#", 3, "it does not answer");
     expect("$SIM -- $TAVU send ttyACM99 001#", 3, "ttyACM99: no port of that name or number");
@@ -247,10 +251,13 @@ TEST_F(Tavu, TellsAtOnceWhatEndsIt) {
         "echo send ttyACM0 E1 21 00 00 07 FF 11 22 00 00 00 00 00 00 3B 0D 0A >$FIFO; "
         "wait \\$!\"; status=$?; cat l; exit $status",
         1, AllOf(HasSubstr("reports of no valid frame"), HasSubstr("can0 7FF#1122\n")));
+    expect("$TAVU dump --range 1:200-100", 2, "the lower identifier stands first");
     expect("$TAVU bridge no_such_interface", 5, "no_such_interface: ");
     for (const char* wrong :
          {"dump --bogus", "dump --accept 3:1/1", "dump -b 250,250,250", "gen --length 65",
-          "gen --length 9", "gen --length 9 --fd 2", "gen --id 800", "send -l 1#", "", "fly"}) {
+          "gen --length 9", "gen --length 9 --fd 2", "gen --id 800", "send -l 1#", "", "fly",
+          "dump --time nan", "dump --time 1e30", "gen -g inf", "gen -g -1", "play l --speed 0",
+          "dump --range 1:18FEF100-7FF"}) {
         expect("$TAVU " + std::string(wrong), 2, "");
     }
 }
