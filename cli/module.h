@@ -20,7 +20,7 @@ namespace cli {
 
 // ---- Messages and interrupts -----------------------------------------------------------------
 
-// "tavu: " and the text, as printf, on standard error.
+// "tavu: " and the text, as printf, on standard error: a line in one piece, from any thread.
 [[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
 
 // From now on an interrupt, a termination or a hang-up of the terminal ends the work cleanly, and a
