@@ -52,7 +52,7 @@ class Bridge {
     void write_received(Reception& reception);
     int send_written(int com_port);
     int send_from(std::size_t channel, Sender& sender);
-    void drop_stale();
+    void drop_waiting();
     void end_without(std::size_t channel);
     [[nodiscard]] std::uint64_t overflowed() const;
     void print_summary() const;
@@ -94,6 +94,7 @@ int Bridge::run() {
         return status;
     }
     status = connect(com_port);
+    drop_waiting();
     print_summary();
     const bool is_whole = !losses_.any() && counters_.dropped == 0 && overflowed() == 0 &&
                           counters_.refused == 0 && counters_.unsent == 0;
@@ -140,7 +141,7 @@ int Bridge::connect(int com_port) {
 
 int Bridge::carry(int com_port) {
     is_over_ = false;
-    drop_stale();
+    drop_waiting();
     complain("%s: connected", TAVUPortName(com_port));
     Reception reception(com_port);
     std::thread writer([this, &reception] { write_received(reception); });
@@ -200,10 +201,12 @@ int Bridge::send_written(int com_port) {
     return is_over_ ? kGone : kDone;
 }
 
-// What programs wrote while the module was away is too old to be sent.
-void Bridge::drop_stale() {
+// What programs wrote while the module was away is too old to be sent, and after the end nobody does.
+// Not for ever, should they write faster than this reads.
+void Bridge::drop_waiting() {
+    constexpr int kMost = 100'000;  // more than a socket holds
     for (std::size_t channel = 0; channel < used_; ++channel) {
-        while (sockets_.at(channel).read()) {
+        for (int i = 0; i < kMost && sockets_.at(channel).read(); ++i) {
             ++counters_.unsent;
         }
     }

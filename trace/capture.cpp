@@ -215,7 +215,9 @@ int capture_close(Capture* capture) {
         return TAVU_SUCCESS;
     }
     const int result = capture->fd < 0 || close(capture->fd) == 0 ? TAVU_SUCCESS : TAVU_FAILURE;
+    const int reason = errno;
     delete capture;
+    errno = reason;
     return result;
 }
 

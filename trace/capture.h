@@ -39,7 +39,8 @@ struct CaptureState {
 struct Capture;
 
 // Ends the capture, as a CapturePointer does by itself; release() that when the result matters.
-// TAVU_FAILURE: the system tells only now that something was not written. Null is ignored.
+// TAVU_FAILURE: the system tells only now that something was not written, errno tells why. Null is
+// ignored.
 int capture_close(Capture* capture);
 
 struct CaptureCloser {
