@@ -173,7 +173,7 @@ CLI::Validator number_up_to(double most, bool with_zero) {
                 std::snprintf(limit.data(), limit.size(), "%.0f", most);
                 return is_number && (value > 0 || (with_zero && value == 0)) && value <= most
                            ? std::string()
-                           : text + " is no number above 0, " + limit.data() + " at most";
+                           : text + " is no number " + (with_zero ? "from 0, " : "above 0, ") + limit.data() + " at most";
             },
             ""};
 }
