@@ -91,12 +91,13 @@ bool measure_paced(const std::string& path, CaptureFormat format) {
     const RecorderState state = ended(recorder.get());
     const auto taken = static_cast<double>(state.taken);
     std::printf(
-        "%-5s paced %8.0f frames/s for %.0f s: %3.0f ns a frame of the window's thread, longest turn "
+        "%-5s paced %8.0f frames/s for %.0f s: %3.0f ns a frame of the window's thread, longest "
+        "turn "
         "%.1f ms, %llu waited at most; taken %llu, written %llu, lost %llu\n",
         name_of(format), taken / run_s, run_s, 1e9 * busy_s / taken, 1e3 * longest_s,
-        static_cast<unsigned long long>(most_waiting),
-        static_cast<unsigned long long>(state.taken),
-        static_cast<unsigned long long>(state.written), static_cast<unsigned long long>(state.lost));
+        static_cast<unsigned long long>(most_waiting), static_cast<unsigned long long>(state.taken),
+        static_cast<unsigned long long>(state.written),
+        static_cast<unsigned long long>(state.lost));
     return state.lost == 0 && state.written == state.taken;
 }
 
