@@ -158,14 +158,21 @@ std::string size_text(std::int64_t bytes) {
     return text.get();
 }
 
-const char* phase_text(RecorderPhase phase) {
-    switch (phase) {
+// The disk takes its time after a stop.
+bool is_late() {
+    return recording.stop_us != 0 && g_get_monotonic_time() - recording.stop_us > kPatience_us;
+}
+
+std::string phase_text(const RecorderState& state) {
+    switch (state.phase) {
         case RecorderPhase::kOpening:
             return "Opening the file…";
         case RecorderPhase::kRecording:
             return "Recording.";
         default:
-            return "Finishing…";
+            return is_late()
+                       ? "Finishing… The disk is slow; wait, or give up what it has not taken."
+                       : "Finishing…";
     }
 }
 
@@ -221,8 +228,7 @@ void show_controls() {
     gtk_widget_set_sensitive(page.start_btn, is_stopped ? FALSE : TRUE);
     gtk_widget_set_sensitive(page.format, is_on ? FALSE : TRUE);
     gtk_widget_set_sensitive(page.filter_chk, is_on ? FALSE : TRUE);
-    const bool is_late = is_stopped && g_get_monotonic_time() - recording.stop_us > kPatience_us;
-    gtk_widget_set_visible(page.give_up_btn, is_late ? TRUE : FALSE);
+    gtk_widget_set_visible(page.give_up_btn, is_stopped && is_late() ? TRUE : FALSE);
 }
 
 // In the bar of the main window, which is seen whatever page is shown, and on the page.
@@ -272,7 +278,7 @@ void start(const std::string& path, CaptureFormat format) {
     monitor_say("");
     show(page.path, whole_name());
     gtk_widget_set_tooltip_text(page.path, whole_name().c_str());
-    show(page.state, phase_text(RecorderPhase::kOpening));
+    show(page.state, phase_text({}));
     tell({});
     show_values({});
     show_controls();
@@ -375,7 +381,7 @@ void refresh(bool is_shown) {
     measure_and_tell(state, now_us);
     if (is_shown && now_us - recording.shown_us >= kShowPeriod_us) {
         recording.shown_us = now_us;
-        show(page.state, phase_text(state.phase));
+        show(page.state, phase_text(state));
         show_values(state);
         show_controls();
     }
