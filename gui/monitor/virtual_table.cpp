@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -19,7 +20,43 @@ constexpr int kUnmeasured_px = 1;
 constexpr const char* kMarkupBegin = "<span font=\"Monospace 10\">";
 constexpr const char* kMarkupEnd = "</span>";
 
+// ---- Sizes of texts ----
+
+int gap_px(const VirtualTable* table) {
+    int px = 0;
+    gtk_widget_style_get(GTK_WIDGET(table->tree), "horizontal-separator", &px, nullptr);
+    return px;
+}
+
+// The size of a cell with this text, which is plain.
+GtkRequisition cell_px(const VirtualTable* table, const TableColumn& column, const char* text) {
+    GtkRequisition size_px;
+    const GText escaped(g_markup_printf_escaped("%s", text));
+    const char* begin = column.setup->is_markup ? kMarkupBegin : "<span>";
+    const GText markup(g_strconcat(begin, escaped.get(), kMarkupEnd, nullptr));
+    g_object_set(column.cell, "markup", markup.get(), nullptr);
+    gtk_cell_renderer_set_fixed_size(column.cell, -1, -1);
+    gtk_cell_renderer_get_preferred_size(column.cell, GTK_WIDGET(table->tree), nullptr, &size_px);
+    gtk_cell_renderer_set_fixed_size(column.cell, -1, size_px.height);
+    size_px.width += gap_px(table);
+    return size_px;
+}
+
+// Sets what a column needs; it gets it unless the user has sized it.
+void set_natural_px(TableColumn* column, int px) {
+    const int before_px = std::exchange(column->natural_px, px);
+    if (gtk_tree_view_column_get_fixed_width(column->view) == before_px) {
+        gtk_tree_view_column_set_fixed_width(column->view, px);
+    }
+}
+
 // ---- Cells ----
+
+void grow(const VirtualTable* table, TableColumn* column, const std::string& text) {
+    column->longest = text.size();
+    const int wanted_px = cell_px(table, *column, text.c_str()).width;
+    set_natural_px(column, std::max(column->natural_px, wanted_px));
+}
 
 // The rows of the model are those that fit, or fewer.
 void fit_model(VirtualTable* table, std::size_t rows) {
@@ -59,6 +96,10 @@ void write_row(VirtualTable* table, std::size_t index, GtkTreeIter* iter) {
         write_cell(table, *table->columns[column].setup, row);
         if (table->text != cells[column]) {
             std::swap(table->text, cells[column]);
+            TableColumn& of_cell = table->columns[column];
+            if (of_cell.setup->is_growing && cells[column].size() > of_cell.longest) {
+                grow(table, &of_cell, cells[column]);
+            }
             const auto at = static_cast<std::size_t>(changed++);
             table->changed[at] = static_cast<int>(column);
             g_value_set_static_string(&table->values[at], cells[column].c_str());
@@ -97,39 +138,19 @@ void show_cursor(VirtualTable* table) {
 
 // ---- Sizes ----
 
-int natural_px(const VirtualTable* table, const TableColumn& column, int* height_px) {
-    GtkRequisition size_px;
-    const GText text(g_markup_printf_escaped("%s", column.setup->widest));
-    const bool is_markup = column.setup->is_markup;
-    const GText markup(
-        g_strconcat(is_markup ? kMarkupBegin : "<span>", text.get(), kMarkupEnd, nullptr));
-    g_object_set(column.cell, "markup", markup.get(), nullptr);
-    gtk_cell_renderer_set_fixed_size(column.cell, -1, -1);
-    gtk_cell_renderer_get_preferred_size(column.cell, GTK_WIDGET(table->tree), nullptr, &size_px);
-    *height_px = size_px.height;
-    return size_px.width;
-}
-
-// Measures the font once for all rows, and widens the columns that the user has not sized.
+// Measures the font once for all rows; grown columns are as they began.
 void measure(VirtualTable* table) {
     int separator_px = 0;
-    int gap_px = 0;
-    gtk_widget_style_get(GTK_WIDGET(table->tree), "vertical-separator", &separator_px,
-                         "horizontal-separator", &gap_px, nullptr);
+    gtk_widget_style_get(GTK_WIDGET(table->tree), "vertical-separator", &separator_px, nullptr);
     for (TableColumn& column : table->columns) {
-        int height_px = 0;
         int heading_px = 0;
-        const int cell_px = natural_px(table, column, &height_px) + gap_px;
-        gtk_cell_renderer_set_fixed_size(column.cell, -1, height_px);
+        const GtkRequisition size_px = cell_px(table, column, column.setup->widest);
         GtkWidget* heading = gtk_tree_view_column_get_button(column.view);
         gtk_widget_get_preferred_width(heading, nullptr, &heading_px);
-        const int before_px = column.natural_px;
-        column.natural_px = std::max(cell_px, heading_px);
-        gtk_tree_view_column_set_min_width(column.view, std::min(heading_px, column.natural_px));
-        if (gtk_tree_view_column_get_fixed_width(column.view) == before_px) {
-            gtk_tree_view_column_set_fixed_width(column.view, column.natural_px);
-        }
-        table->row_px = height_px + separator_px;
+        gtk_tree_view_column_set_min_width(column.view, heading_px);
+        set_natural_px(&column, std::max(size_px.width, heading_px));
+        column.longest = std::strlen(column.setup->widest);
+        table->row_px = size_px.height + separator_px;
     }
     gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(table->scrolled),
                                                (kLeastRows + 1) * table->row_px);
@@ -218,7 +239,7 @@ void add_column(VirtualTable* table, const VirtualColumn& setup) {
         g_signal_connect(view, "clicked", G_CALLBACK(on_heading), table);
     }
     table->columns.push_back(
-        {.setup = &setup, .view = view, .cell = cell, .natural_px = kUnmeasured_px});
+        {.setup = &setup, .view = view, .cell = cell, .natural_px = kUnmeasured_px, .longest = 0});
 }
 
 void make_store(VirtualTable* table) {
@@ -246,6 +267,10 @@ void make_view(VirtualTable* table) {
     make_store(table);
     g_signal_connect(tree, "size-allocate", G_CALLBACK(on_size), table);
     g_signal_connect(tree, "style-updated", G_CALLBACK(on_style), table);
+}
+
+std::string key_of(const TableColumn& column) {
+    return std::string("column-") + column.setup->id;
 }
 
 void on_destroy(GtkWidget* /*scrolled*/, gpointer user_data) {
@@ -440,7 +465,7 @@ void virtual_table_save(const VirtualTable* table, GKeyFile* settings, const cha
         const int width_px = gtk_tree_view_column_get_fixed_width(column.view);
         const bool is_shown = gtk_tree_view_column_get_visible(column.view) != FALSE;
         const int own_px = width_px == column.natural_px ? 0 : width_px;
-        g_key_file_set_integer(settings, group, column.setup->id,
+        g_key_file_set_integer(settings, group, key_of(column).c_str(),
                                is_shown ? own_px : -std::max(own_px, 1));
     }
 }

@@ -33,14 +33,15 @@ struct RowRange {
 };
 
 struct VirtualColumn {
-    const char* id;      // key in the settings
+    const char* id;      // names it in the settings
     const char* title;   // heading
     const char* widest;  // plain text for which the column has room at first
     // Appends the text of a row's cell to *text, which is empty. Called for visible rows only.
     void (*write)(std::uint64_t row, std::string* text);
-    bool is_right = false;   // numbers, which stand at the right
-    bool is_markup = false;  // the text is Pango markup, which must be well-formed
-    bool is_hidden = false;  // at first; users choose in the menu of the table
+    bool is_right = false;    // numbers, which stand at the right
+    bool is_markup = false;   // the text is Pango markup, which must be well-formed
+    bool is_hidden = false;   // at first; users choose in the menu of the table
+    bool is_growing = false;  // widens to the longest text that was seen, unless the user sized it
 };
 
 // All calls may be null.
@@ -104,7 +105,8 @@ void virtual_table_show_sort(VirtualTable* table, int column, bool is_descending
 // Shows or hides a column. The last one that is shown stays.
 void virtual_table_show_column(VirtualTable* table, int column, bool is_shown);
 
-// Which columns are shown, and the widths that the user gave them, in a group of the settings.
+// Which columns are shown, and the widths that the user gave them, in a group of the settings under
+// the keys "column-" and the columns' ids.
 void virtual_table_load(VirtualTable* table, GKeyFile* settings, const char* group);
 void virtual_table_save(const VirtualTable* table, GKeyFile* settings, const char* group);
 

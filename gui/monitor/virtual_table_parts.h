@@ -15,7 +15,8 @@ struct TableColumn {
     const VirtualColumn* setup;
     GtkTreeViewColumn* view;
     GtkCellRenderer* cell;
-    int natural_px;  // width that heading and widest text need
+    int natural_px;       // width that heading and widest text need
+    std::size_t longest;  // bytes of the longest text that was measured
 };
 
 struct VirtualTable {
