@@ -35,6 +35,8 @@ enum IdentifierColumn {
 struct IdentifierSort {
     int column = kIdIdentifier;
     bool is_descending = false;
+
+    bool operator==(const IdentifierSort&) const = default;
 };
 
 // How long the mark of a changed byte lasts, milliseconds, and in how many steps it fades.

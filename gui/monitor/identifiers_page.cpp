@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <string_view>
 
 namespace {
@@ -26,6 +27,9 @@ constexpr gint64 kArrange_us = G_USEC_PER_SEC;
 // Filled while the window is open.
 struct IdentifiersWidgets {
     GtkWidget* box;
+    GtkWidget* foot;
+    GtkWidget* sort;
+    GtkWidget* descending;
     GtkWidget* summary;
     GtkWidget* rowless;
 };
@@ -33,6 +37,9 @@ IdentifiersWidgets identifiers{};
 
 constexpr WidgetField kFields[] = {
     {"identifiers", &identifiers.box},
+    {"identifiers_foot", &identifiers.foot},
+    {"identifiers_sort", &identifiers.sort},
+    {"identifiers_descending", &identifiers.descending},
     {"identifiers_summary", &identifiers.summary},
     {"identifiers_rowless", &identifiers.rowless},
 };
@@ -154,12 +161,37 @@ void show() {
     cells_us = g_get_monotonic_time();
 }
 
-void sort_by(int column) {
-    sort.is_descending = column == sort.column && !sort.is_descending;
-    sort.column = column;
+// ---- Order ----
+
+void show_sort() {
+    gtk_combo_box_set_active(GTK_COMBO_BOX(identifiers.sort), sort.column);
+    set_checked(identifiers.descending, sort.is_descending);
     virtual_table_show_sort(table, sort.column, sort.is_descending);
+}
+
+void sort_by(const IdentifierSort& wanted) {
+    if (wanted == sort) {
+        return;
+    }
+    sort = wanted;
+    show_sort();
     is_order_due = true;
     cells_us = 0;
+}
+
+void on_heading(int column) {
+    sort_by({column, column == sort.column && !sort.is_descending});
+}
+
+void on_sort(GtkWidget* combo, gpointer /*user_data*/) {
+    const int column = gtk_combo_box_get_active(GTK_COMBO_BOX(combo));
+    if (column >= 0) {  // none while the combo goes
+        sort_by({column, sort.is_descending});
+    }
+}
+
+void on_descending(GtkWidget* check, gpointer /*user_data*/) {
+    sort_by({sort.column, is_checked(check)});
 }
 
 // ---- Page ----
@@ -171,11 +203,16 @@ void open(GtkBuilder* builder) {
     table = virtual_table_make(identifiers.box, {.id = "identifiers_table",
                                                  .name = "Identifiers",
                                                  .columns = columns,
-                                                 .heading_clicked = sort_by});
-    gtk_box_reorder_child(GTK_BOX(identifiers.box), identifiers.summary, -1);
+                                                 .heading_clicked = on_heading});
+    gtk_box_reorder_child(GTK_BOX(identifiers.box), identifiers.foot, -1);
     gtk_box_reorder_child(GTK_BOX(identifiers.box), identifiers.rowless, -1);
+    for (const VirtualColumn& column : columns) {
+        append_rows(identifiers.sort, std::span(&column.title, 1));
+    }
     sort = {};
-    virtual_table_show_sort(table, sort.column, sort.is_descending);
+    show_sort();
+    g_signal_connect(identifiers.sort, "changed", G_CALLBACK(on_sort), nullptr);
+    g_signal_connect(identifiers.descending, "toggled", G_CALLBACK(on_descending), nullptr);
     opened_us = g_get_monotonic_time();
     if (!identifiers_make(&list)) {
         monitor_say(
@@ -217,13 +254,14 @@ void filter_changed() {
 
 void load(GKeyFile* settings) {
     const GText wanted = setting_text(settings, kGroup, "sort");
+    IdentifierSort loaded;
     for (int i = 0; wanted != nullptr && i < kIdColumnCnt; ++i) {
         if (std::string_view(columns[static_cast<std::size_t>(i)].id) == wanted.get()) {
-            sort.column = i;
+            loaded.column = i;
         }
     }
-    sort.is_descending = setting_bool(settings, kGroup, "descending", false);
-    virtual_table_show_sort(table, sort.column, sort.is_descending);
+    loaded.is_descending = setting_bool(settings, kGroup, "descending", false);
+    sort_by(loaded);
     virtual_table_load(table, settings, kGroup);
 }
 

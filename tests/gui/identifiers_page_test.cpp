@@ -161,9 +161,12 @@ TEST_F(IdentifiersPage, RemembersItsOrder) {
     click_heading(kIdCount);
     monitor_close();
     monitor_open();
+    EXPECT_EQ(shown({by_id("identifiers_sort"), by_id("identifiers_descending")}), "Count | on");
     EXPECT_TRUE(gtk_tree_view_column_get_sort_indicator(column(kIdCount)));
     EXPECT_EQ(gtk_tree_view_column_get_sort_order(column(kIdCount)), GTK_SORT_DESCENDING);
-    click_heading(kIdIdentifier);
+    use(by_id("identifiers_sort"), "Identifier");
+    use(by_id("identifiers_descending"), "off");
+    EXPECT_TRUE(gtk_tree_view_column_get_sort_indicator(column(kIdIdentifier)));
 }
 
 // Says of frames that have no row how many they are, and the table shows 65,536 rows all the same.
