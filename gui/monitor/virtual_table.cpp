@@ -397,6 +397,10 @@ RowRange virtual_table_visible(const VirtualTable* table) {
     return {table->top, table->top + table->rows_built};
 }
 
+void virtual_table_set_top(VirtualTable* table, std::uint64_t row) {
+    table_place(table, row);
+}
+
 // ---- Selection ----
 
 void virtual_table_select(VirtualTable* table, RowRange rows) {
@@ -427,6 +431,11 @@ void virtual_table_show_sort(VirtualTable* table, int column, bool is_descending
             view, is_descending ? GTK_SORT_DESCENDING : GTK_SORT_ASCENDING);
         gtk_tree_view_column_set_sort_indicator(view, static_cast<int>(i) == column ? TRUE : FALSE);
     }
+}
+
+void virtual_table_measure(VirtualTable* table) {
+    table->is_unmeasured = true;
+    lay_out_soon(table);
 }
 
 void virtual_table_show_column(VirtualTable* table, int column, bool is_shown) {

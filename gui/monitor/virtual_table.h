@@ -88,6 +88,10 @@ void virtual_table_refresh(VirtualTable* table);
 // call of follow_changed.
 void virtual_table_scroll_to(VirtualTable* table, std::uint64_t row);
 
+// Makes a row the first one in sight, or the nearest that can be. Shows nothing until
+// virtual_table_refresh.
+void virtual_table_set_top(VirtualTable* table, std::uint64_t row);
+
 // Rows that are in sight.
 RowRange virtual_table_visible(const VirtualTable* table);
 
@@ -101,6 +105,10 @@ void virtual_table_copy(VirtualTable* table);
 
 // Shows the arrow of sorting at a column and nowhere else; -1: at none.
 void virtual_table_show_sort(VirtualTable* table, int column, bool is_descending);
+
+// A column has another widest text. Those columns that the user has not sized get as wide as they
+// need, soon.
+void virtual_table_measure(VirtualTable* table);
 
 // Shows or hides a column. The last one that is shown stays.
 void virtual_table_show_column(VirtualTable* table, int column, bool is_shown);
