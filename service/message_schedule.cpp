@@ -16,7 +16,6 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <numeric>
@@ -177,6 +176,26 @@ std::vector<Beat> beats_beside(int number) {
     return beats;
 }
 
+// The moments begin at `behind_us` behind a time of the other message; step and measure.
+struct Moments {
+    std::int64_t behind_us;
+    std::int64_t step_us;
+    std::int64_t measure_us;
+};
+
+// Keeps the least distance that each moment has from the times of any message so far.
+void distances_narrow(std::array<std::int64_t, kMoments>& distance_us, const Moments& moments) {
+    const std::int64_t measure_us = moments.measure_us;
+    const std::int64_t step_us = moments.step_us % measure_us;
+    std::int64_t behind_us = moments.behind_us % measure_us;
+    behind_us += behind_us < 0 ? measure_us : 0;
+    for (std::int64_t& least_us : distance_us) {
+        least_us = std::min({least_us, behind_us, measure_us - behind_us});
+        behind_us += step_us;
+        behind_us -= behind_us >= measure_us ? measure_us : 0;
+    }
+}
+
 // A first time for a message of that period which keeps as far as it can from all other times. Two
 // messages come closest to each other again and again, at the distance that their times have within
 // the greatest common measure of their periods.
@@ -192,11 +211,8 @@ Time first_due(int number, std::int64_t period_us) {
     distance_us.fill(period_us);
     for (const Beat& beat : beats) {
         const std::int64_t measure_us = std::gcd(beat.period_us, period_us);
-        for (std::int64_t i = 0; measure_us >= kLeastMeasure_us && i < kMoments; ++i) {
-            const std::int64_t behind_us =
-                std::abs(begin_us + i * step_us - beat.due_us) % measure_us;
-            auto& least_us = distance_us[static_cast<std::size_t>(i)];
-            least_us = std::min({least_us, behind_us, measure_us - behind_us});
+        if (measure_us >= kLeastMeasure_us) {
+            distances_narrow(distance_us, {begin_us - beat.due_us, step_us, measure_us});
         }
     }
     const auto best = std::ranges::max_element(distance_us) - distance_us.begin();
