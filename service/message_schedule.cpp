@@ -65,6 +65,15 @@ struct Lead {
 };
 using Leads = std::array<Lead, TAVU_CHANNEL_CNT>;
 
+// What takes longer had to wait for room at the port, beside the longest delay, 21 ms.
+constexpr std::chrono::milliseconds kLongestLead{25};
+
+void lead_learn(Lead& lead, Clock::duration taken) {
+    if (taken <= kLongestLead) {
+        lead = {.is_known = true, .time = lead.is_known ? std::min(lead.time, taken) : taken};
+    }
+}
+
 Lead& lead_of(Leads& leads, const Entry& entry) {
     return leads[static_cast<std::size_t>(entry.message.frame.CAN_port)];
 }
@@ -106,7 +115,7 @@ void entry_send(std::unique_lock<std::mutex>& lock, int number, Entry& entry, Le
     const bool is_sent = frame_command_send(port, frame) == TAVU_SUCCESS;
     const Clock::duration taken = Clock::now() - begun;
     if (is_sent) {
-        lead = {.is_known = true, .time = lead.is_known ? std::min(lead.time, taken) : taken};
+        lead_learn(lead, taken);
         send_queue_push(frame);
     }
     lock.lock();

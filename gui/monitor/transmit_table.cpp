@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int kCellPadding_px = 16;
+constexpr int kCellPadding_px = 12;
 constexpr int kWidthLeast_px = 24;
 constexpr int kWidthMost_px = 4000;
 constexpr const char* kFieldKey = "field";
@@ -46,12 +46,12 @@ constexpr std::array<ColumnSetup, TRANSMIT_COLUMN_CNT> kColumns{{
      "Data or remote frame, CAN FD (FD), CAN FD with bit-rate switch (FD BRS)", "FD BRS", choice,
      false, Field::kind, kMessageKinds},
     {TRANSMIT_LENGTH, "Length", "Bytes of the frame", "64", text, true, Field::length},
-    {TRANSMIT_DATA, "Data", "Bytes of the frame, hexadecimal", "00 00 00 00", text, false,
-     Field::data},
+    {TRANSMIT_DATA, "Data", "Bytes of the frame, hexadecimal", "00 00 00 00 00 00 00 00", text,
+     false, Field::data},
     {TRANSMIT_PERIOD, "Period [ms]", "Time from one frame to the next, 0.1 to 3600000 ms",
      "36000.5", text, true, Field::period},
-    {TRANSMIT_COUNT, "Count", "Frames after which it switches itself off; 0: without end", "10000",
-     text, true, Field::count},
+    {TRANSMIT_COUNT, "Count", "Frames after which it switches itself off; 0: without end",
+     "1000000", text, true, Field::count},
     {TRANSMIT_SENT, "Sent", "Frames sent since Clear", "1000000", count, true},
     {TRANSMIT_OVERRUNS, "Overruns", "Frames left out as the channel or the computer was too busy",
      "00000", count, true},
@@ -99,6 +99,16 @@ void on_edited(GtkCellRenderer* renderer, char* path, char* text, gpointer /*use
     is_editing = false;
     const int field = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(renderer), kFieldKey));
     act.edit(row_of(path), static_cast<MessageField>(field), text);
+}
+
+// "remove" of the tree, of an editor that is done: the keys go on in the list. The toolkit does not
+// see to that behind a choice.
+void on_editor_gone(GtkWidget* tree, GtkWidget* /*editor*/, gpointer /*user_data*/) {
+    GtkWidget* window = gtk_widget_get_toplevel(tree);
+    if (GTK_IS_WINDOW(window) && gtk_widget_in_destruction(window) == FALSE &&
+        gtk_window_get_focus(GTK_WINDOW(window)) == nullptr) {
+        gtk_widget_grab_focus(tree);
+    }
 }
 
 void on_selection_changed(GtkTreeSelection* /*selection*/, gpointer /*user_data*/) {
@@ -194,7 +204,8 @@ void append_column(const ColumnSetup& setup) {
     gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_FIXED);
     gtk_tree_view_column_set_resizable(column, TRUE);
     gtk_tree_view_column_set_alignment(column, setup.is_right ? 1.0F : 0.0F);
-    gtk_tree_view_column_set_expand(column, setup.column == TRANSMIT_DATA ? TRUE : FALSE);
+    const bool is_long = setup.column == TRANSMIT_NAME || setup.column == TRANSMIT_DATA;
+    gtk_tree_view_column_set_expand(column, is_long ? TRUE : FALSE);
     gtk_tree_view_append_column(view, column);
     GtkWidget* heading = gtk_label_new(setup.title);  // only that can have a tooltip
     gtk_widget_set_tooltip_text(heading, setup.tip);
@@ -231,6 +242,7 @@ void table_open(GtkWidget* tree, const TransmitActions& actions) {
     g_signal_connect(gtk_tree_view_get_selection(view), "changed", G_CALLBACK(on_selection_changed),
                      nullptr);
     g_signal_connect(tree, "key-press-event", G_CALLBACK(on_key), nullptr);
+    g_signal_connect_after(tree, "remove", G_CALLBACK(on_editor_gone), nullptr);
 }
 
 void table_insert(int before) {
