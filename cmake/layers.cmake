@@ -20,7 +20,7 @@ set(word.service "service")
 set(may.service "\"service/${header}\"" "\"lib/lib_tavu_2\\.h\"")
 
 set(word.gui "user interface")
-set(may.gui "\"(gui|trace)/${header}\"" "\"service/(apipart|traffic_queues)\\.h\"" "\"lib/lib_tavu_2\\.h\"" ${toolkit})
+set(may.gui "\"(gui|trace)/${header}\"" "\"service/(apipart|message_schedule|traffic_queues)\\.h\"" "\"lib/lib_tavu_2\\.h\"" ${toolkit})
 set(never.gui "<(termios|unistd|fcntl|poll|sys/ioctl|sys/file)\\.h>")
 
 set(word.cli "command")

@@ -48,12 +48,13 @@ struct CAN_SET_INFO {
 // Connect: opens the port, stops both channels, reads versions and configuration, shows the latter.
 // Result 0 = connected, 1 = the port could not be opened, 2 = the version could not be read (the
 // port is closed again). The texts are written with result 0 only.
-// Disconnect: ends both workers and waits for them, stops both channels, closes the port; result
-// always 1, texts untouched.
+// Disconnect: ends both workers and the sending of messages and waits for them, stops both channels,
+// closes the port; result always 1, texts untouched.
 int procConnect(int com_port, CAN_CNNT_INFO* info);
 
-// Starts both channels, or ends the receive worker and stops both. A transmit worker is left alone
-// either way. Result of the start or stop command.
+// Starts both channels and then, whatever the result, the messages (message_schedule.h); or ends
+// these and the receive worker and stops both channels. A transmit worker is left alone either way.
+// Result of the start or stop command.
 int procInitial(int com_port, bool to_start);
 
 // Resets the CAN controller; when that succeeded, reads the configuration back and shows it.

@@ -1,8 +1,9 @@
 // service/procedures.cpp - service: fixed sequences of library calls behind the user's commands.
-// Uses lib/lib_tavu_2.h. Knows nothing of frames, rings or widgets.
+// Uses lib/lib_tavu_2.h and the message schedule. Knows nothing of frames, rings or widgets.
 // Thread: main thread.
 // SPDX-License-Identifier: MIT
 #include "service/apipart.h"
+#include "service/message_schedule.h"
 
 #include <cstdio>
 
@@ -43,6 +44,7 @@ void configuration_read_back(int com_port) {
 int disconnect(int com_port) {
     receive_worker_stop(com_port);
     transmit_worker_stop(com_port);
+    messages_stop();
     TAVUInitCAN(com_port, TAVU_INACTIVE, TAVU_INACTIVE);
     TAVUCloseDevice(com_port);
     return CONNECT_CLOSED;
@@ -92,8 +94,10 @@ int procInitial(int com_port, bool to_start) {
     if (to_start) {
         const int result = TAVUInitCAN(com_port, TAVU_ACTIVE, TAVU_ACTIVE);
         TAVUWaitReceive(com_port, 0);  // what was unread before the start is counted now, not later
+        messages_start(com_port);      // as a burst may be sent after a start without confirmation
         return result;
     }
+    messages_stop();
     receive_worker_stop(com_port);
     return TAVUInitCAN(com_port, TAVU_INACTIVE, TAVU_INACTIVE);
 }

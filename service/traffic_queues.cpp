@@ -20,8 +20,8 @@ std::atomic<bool> is_done_non_block{false};
 
 namespace {
 
-// Written by transmit worker, read by main thread; every access holds MTX_queue_s, which is never
-// held together with another lock.
+// Written by transmit worker and message schedule, read by main thread; every access holds
+// MTX_queue_s, which is never held together with another lock.
 QUEUED_INFO upbs_send[kRingSlots];
 int rear_s = -1;   // newest record
 int front_s = -1;  // newest record already taken

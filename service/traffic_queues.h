@@ -31,7 +31,7 @@ inline constexpr int kRingSlots = 100000;
 void queues_reset();
 
 // Queues a frame for display; false = the ring was full, the frame is counted as lost.
-// send: transmit worker, with cancellation off. recv: receive worker.
+// send: transmit worker, with cancellation off, and the message schedule. recv: receive worker.
 bool send_queue_push(const CAN_FRAME_INFO& frame);
 bool recv_queue_push(const CAN_FRAME_INFO& frame);
 // The same for a frame that came before now: at `time_us`, microseconds since 1970.

@@ -1,8 +1,9 @@
 // service/workers.cpp - service: the transmit and the receive worker, their start and stop.
-// Uses lib/lib_tavu_2.h and the queues. The only file that starts threads.
+// Uses lib/lib_tavu_2.h and the queues. Only this file and the message schedule start threads.
 // Thread: procSend and procRecv on the main thread, everything else in the worker it serves.
 // SPDX-License-Identifier: MIT
 #include "service/apipart.h"
+#include "service/frame_command.h"
 #include "service/traffic_queues.h"
 
 #include <pthread.h>
@@ -65,29 +66,11 @@ class CancelWindow {
     CancelWindow& operator=(const CancelWindow&) = delete;
 };
 
-// Only the fields that a frame command carries; ESI and the report kind stay 0.
-CAN_FRAME_INFO frame_to_send(const CAN_FRAME_INFO& request) {
-    CAN_FRAME_INFO frame{};
-    frame.CAN_port = request.CAN_port;
-    frame.id_type = request.id_type;
-    frame.rtr = request.rtr;
-    frame.dlc = request.dlc;
-    frame.id = request.id;
-    frame.fdf = request.fdf;
-    frame.brs = request.brs;
-    std::ranges::copy(request.data, frame.data);
-    return frame;
-}
-
 void frame_send(int com_port, const CAN_FRAME_INFO& frame) {
     const CancelWindow window;
     // A port that is not open refuses the frame without any wait that a stop could end.
     pthread_testcancel();
-    if (frame.fdf != TAVU_FDF_OFF) {
-        TAVUSend_CANFD(com_port, frame);
-    } else {
-        TAVUSend(com_port, frame);
-    }
+    frame_command_send(com_port, frame);
 }
 
 void interval_wait(int interval_us) {
@@ -115,7 +98,7 @@ extern "C" void* TRD_send_fx(void* argument) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     auto& request = *static_cast<TRD_SEND_INFO*>(argument);
     CAN_FRAME_INFO& requested = request.info.can_frame_info;
-    requested.id &= requested.id_type == TAVU_SID ? TAVU_SID_MAX : TAVU_EID_MAX;
+    requested.id = identifier_to_send(requested);
 
     const CAN_FRAME_INFO frame = frame_to_send(requested);
     const int count = request.info.cnt == 0 ? 1 : request.info.cnt;
