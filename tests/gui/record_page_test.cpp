@@ -75,11 +75,12 @@ void choose(const fs::path& path, const char* button = nullptr) {
 }
 
 void add_frames(int count, int channel = TAVU_CAN_1) {
-    UPBS_INFO record{};
-    record.frame_info.CAN_port = channel;
-    record.frame_info.id_type = TAVU_SID;
+    QUEUED_INFO queued{};
+    queued.record.frame_info.CAN_port = channel;
+    queued.record.frame_info.id_type = TAVU_SID;
     for (int i = 0; i < count; ++i) {
-        monitor_add(record, true, trace::time_now_us());
+        queued.time_us = trace::time_now_us();
+        monitor_add(queued, true);
     }
 }
 
