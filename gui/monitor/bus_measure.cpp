@@ -59,10 +59,13 @@ void history_add(BusHistory* history, const BusHistory::Entry& entry) {
 
 }  // namespace
 
-void bus_measure_begin(BusMeasure* measure, std::int64_t now_us) {
+void bus_measure_begin(BusMeasure* measure, const BusRatesOfAll& rates, std::int64_t now_us) {
     *measure = {};
     measure->read_us = now_us;
-    trace::meter_start(&measure->meter, {}, now_us);
+    trace::meter_start(&measure->meter, rates, now_us);
+    for (std::size_t i = 0; i < rates.size(); ++i) {
+        measure->now[i].has_percent = rates[i].nominal_bps != 0;
+    }
 }
 
 void bus_measure_add(BusMeasure* measure, const trace::Record& record) {
@@ -82,9 +85,7 @@ void bus_measure_add(BusMeasure* measure, const trace::Record& record) {
     }
 }
 
-bool bus_measure_read(BusMeasure* measure,
-                      const std::array<trace::BusRates, TAVU_CHANNEL_CNT>& rates,
-                      std::int64_t now_us) {
+bool bus_measure_read(BusMeasure* measure, const BusRatesOfAll& rates, std::int64_t now_us) {
     if (now_us - measure->read_us < kBusReading_us) {
         return false;
     }
@@ -109,9 +110,9 @@ bool bus_measure_read(BusMeasure* measure,
     return true;
 }
 
-std::array<trace::BusRates, TAVU_CHANNEL_CNT> bus_rates(const UPUI_INFO& configuration) {
+BusRatesOfAll bus_rates(const UPUI_INFO& configuration) {
     constexpr std::uint32_t kMega = 1'000'000;
-    std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates{};
+    BusRatesOfAll rates{};
     const bool is_fd = configuration.device_type == 1;
     for (std::size_t i = 0; i < rates.size(); ++i) {
         const unsigned char code =

@@ -76,22 +76,22 @@ struct BusMeasure {
 
 // All times are of one clock that never goes back, in microseconds.
 
+using BusRatesOfAll = std::array<trace::BusRates, TAVU_CHANNEL_CNT>;
+
 // Forgets all and begins anew.
-void bus_measure_begin(BusMeasure* measure, std::int64_t now_us);
+void bus_measure_begin(BusMeasure* measure, const BusRatesOfAll& rates, std::int64_t now_us);
 
 // Adds a frame, or an error frame, of which those with error counters count.
 void bus_measure_add(BusMeasure* measure, const trace::Record& record);
 
 // When a reading is due: brings `now` up to date and each second adds it to the history. `rates` are
 // those of the channels from now on. False: none is due.
-bool bus_measure_read(BusMeasure* measure,
-                      const std::array<trace::BusRates, TAVU_CHANNEL_CNT>& rates,
-                      std::int64_t now_us);
+bool bus_measure_read(BusMeasure* measure, const BusRatesOfAll& rates, std::int64_t now_us);
 
 // ---- Of the module's configuration ----------------------------------------------------------
 
 // Bit rates of both channels; 0: not known.
-std::array<trace::BusRates, TAVU_CHANNEL_CNT> bus_rates(const UPUI_INFO& configuration);
+BusRatesOfAll bus_rates(const UPUI_INFO& configuration);
 
 // ---- Words ----------------------------------------------------------------------------------
 

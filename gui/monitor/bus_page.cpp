@@ -172,8 +172,13 @@ void show_all() {
 
 // ---- Page ----
 
+// Those of the module that is open.
+BusRatesOfAll rates_now() {
+    return is_connect ? bus_rates(upui_info) : BusRatesOfAll{};
+}
+
 void begin() {
-    bus_measure_begin(&measure, g_get_monotonic_time());
+    bus_measure_begin(&measure, rates_now(), g_get_monotonic_time());
     shown_samples = 0;
     show_all();
 }
@@ -197,8 +202,7 @@ void add(const trace::Record& record) {
 
 void refresh(bool is_shown) {
     static bool was_shown = false;
-    const auto rates = is_connect ? bus_rates(upui_info) : decltype(bus_rates(upui_info)){};
-    const bool has_read = bus_measure_read(&measure, rates, g_get_monotonic_time());
+    const bool has_read = bus_measure_read(&measure, rates_now(), g_get_monotonic_time());
     if (is_shown && (has_read || !was_shown)) {
         show_numbers();
     }

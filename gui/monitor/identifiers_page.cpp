@@ -196,6 +196,13 @@ void on_descending(GtkWidget* check, gpointer /*user_data*/) {
 
 // ---- Page ----
 
+void on_copied(std::uint64_t copied, std::uint64_t selected) {
+    if (copied < selected) {
+        monitor_say("Only the first " + std::to_string(copied) + " of " + std::to_string(selected) +
+                    " rows were copied: more would hold the windows up. Copy the others next.");
+    }
+}
+
 void open(GtkBuilder* builder) {
     lookup_all(builder, kFields);
     roomy_bytes = 0;
@@ -203,7 +210,8 @@ void open(GtkBuilder* builder) {
     table = virtual_table_make(identifiers.box, {.id = "identifiers_table",
                                                  .name = "Identifiers",
                                                  .columns = columns,
-                                                 .heading_clicked = on_heading});
+                                                 .heading_clicked = on_heading,
+                                                 .copied = on_copied});
     gtk_box_reorder_child(GTK_BOX(identifiers.box), identifiers.foot, -1);
     gtk_box_reorder_child(GTK_BOX(identifiers.box), identifiers.rowless, -1);
     for (const VirtualColumn& column : columns) {

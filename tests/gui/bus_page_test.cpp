@@ -3,13 +3,14 @@
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "gui/monitor/bus_measure.h"
+#include "gui/monitor/bus_plot.h"
 #include "gui/monitor/page.h"
 
 #include "tests/gui/ui_fixture.h"
 
 namespace {
 
-constexpr std::array<trace::BusRates, TAVU_CHANNEL_CNT> kRates{{{500000, 0}, {0, 0}}};
+constexpr BusRatesOfAll kRates{{{500000, 0}, {0, 0}}};
 
 CAN_FRAME_INFO frame_of(int channel) {
     CAN_FRAME_INFO frame{};  // 254 us at 500 kbit/s
@@ -43,7 +44,7 @@ void run(BusMeasure* measure, std::int64_t* now_us, int times) {
 TEST(BusMeasure, TellsTheLastSecondAndRemembersFiveMinutes) {
     BusMeasure measure;
     std::int64_t now_us = 5'000'000;
-    bus_measure_begin(&measure, now_us);
+    bus_measure_begin(&measure, kRates, now_us);
     run(&measure, &now_us, 4 * 400);
     const auto& [can1, can2] = measure.now;
     EXPECT_DOUBLE_EQ(can1.frames_per_s, 1000);
@@ -79,6 +80,28 @@ TEST(BusMeasure, PutsRatesAndErrorCountersIntoWords) {
     EXPECT_EQ(bus_state_words(errors, 120'000'000), "Passive, 2 min ago");
 }
 
+// Pixels of a channel's colour in a plot, below the legend and left of `right`.
+int coloured(GtkWidget* plot, const BusMeasure& measure, int right) {
+    constexpr int kLegend_px = 30;
+    constexpr int kGrey = 60;
+    const int height = gtk_widget_get_allocated_height(plot);
+    cairo_surface_t* surface = cairo_image_surface_create(
+        CAIRO_FORMAT_RGB24, gtk_widget_get_allocated_width(plot), height);
+    cairo_t* cr = cairo_create(surface);
+    bus_plot_draw(cr, plot, measure.history, measure.read_us);
+    cairo_destroy(cr);
+    int count = 0;
+    for (int y = kLegend_px; y < height; ++y) {
+        const unsigned char* row =
+            cairo_image_surface_get_data(surface) + y * cairo_image_surface_get_stride(surface);
+        for (int x = 0; x < right; ++x) {
+            count += std::abs(row[x * 4] - row[x * 4 + 2]) > kGrey ? 1 : 0;
+        }
+    }
+    cairo_surface_destroy(surface);
+    return count;
+}
+
 struct BusPage : UiTest {
     void TearDown() override {
         monitor_close();
@@ -88,6 +111,23 @@ struct BusPage : UiTest {
 
 GtkWidget* by_id(const char* id) {
     return ui_script::find_by_id(id);
+}
+
+TEST_F(BusPage, DrawsTheLastFiveMinutesFromTheRight) {
+    monitor_open();
+    gtk_notebook_set_current_page(GTK_NOTEBOOK(by_id("monitor_notebook")), 2);
+    GtkWidget* plot = by_id("bus_plot");
+    ASSERT_TRUE(run_until([=] { return gtk_widget_get_allocated_width(plot) > 500; }));
+    const int width = gtk_widget_get_allocated_width(plot);
+    BusMeasure measure;
+    std::int64_t now_us = 0;
+    bus_measure_begin(&measure, kRates, now_us);
+    EXPECT_EQ(coloured(plot, measure, width), 0);
+    run(&measure, &now_us, 4 * 60);
+    EXPECT_GT(coloured(plot, measure, width), width / 5);
+    EXPECT_EQ(coloured(plot, measure, width * 3 / 4), 0);
+    run(&measure, &now_us, 4 * 300);
+    EXPECT_GT(coloured(plot, measure, width / 4), width / 10);
 }
 
 TEST_F(BusPage, ShowsTrafficErrorsAndLossesOfARunningModule) {
@@ -120,7 +160,7 @@ TEST_F(BusPage, ShowsTrafficErrorsAndLossesOfARunningModule) {
         << description;
     losses_begin();
     use(by_id("monitor_clear_btn"));
-    EXPECT_TRUE(shown(watched).starts_with("Unknown | – | Not reported")) << shown(watched);
+    EXPECT_TRUE(shown(watched).starts_with("500 kbit/s | – | Not reported")) << shown(watched);
     EXPECT_TRUE(shown(watched).ends_with("Nothing"));
 }
 
