@@ -52,12 +52,13 @@ class Bridge {
     void write_received(Reception& reception);
     int send_written(int com_port);
     int send_from(std::size_t channel, Sender& sender);
-    void drop_stale();
+    void drop_waiting();
     void end_without(std::size_t channel);
     [[nodiscard]] std::uint64_t overflowed() const;
     void print_summary() const;
 
     const Options& options_;
+    Setup setup_ = options_.setup;  // of the channels that have an interface
     std::array<CanSocket, TAVU_CHANNEL_CNT> sockets_;
     std::size_t used_ = 0;
     Counters counters_;
@@ -86,11 +87,14 @@ int Bridge::run() {
     if (!open_sockets(names)) {
         return kNoOutput;
     }
-    const int com_port = port_of_option(port);
+    setup_.is_used = {used_ > TAVU_CAN_1, used_ > TAVU_CAN_2};
+    int status = kNoPort;
+    const int com_port = port_of_option(port, &status);
     if (com_port < 0) {
-        return kNoPort;
+        return status;
     }
-    const int status = connect(com_port);
+    status = connect(com_port);
+    drop_waiting();
     print_summary();
     const bool is_whole = !losses_.any() && counters_.dropped == 0 && overflowed() == 0 &&
                           counters_.refused == 0 && counters_.unsent == 0;
@@ -120,7 +124,7 @@ int Bridge::connect(int com_port) {
         {
             const OpenPort port(com_port);
             if (port.is_open()) {
-                was_there = set_up(com_port, options_.setup) || was_there;
+                was_there = set_up(com_port, setup_) || was_there;
                 status = was_there ? carry(com_port) : kIncomplete;
             }
         }
@@ -137,7 +141,7 @@ int Bridge::connect(int com_port) {
 
 int Bridge::carry(int com_port) {
     is_over_ = false;
-    drop_stale();
+    drop_waiting();
     complain("%s: connected", TAVUPortName(com_port));
     Reception reception(com_port);
     std::thread writer([this, &reception] { write_received(reception); });
@@ -197,10 +201,12 @@ int Bridge::send_written(int com_port) {
     return is_over_ ? kGone : kDone;
 }
 
-// What programs wrote while the module was away is too old to be sent.
-void Bridge::drop_stale() {
+// What programs wrote while the module was away is too old to be sent, and after the end nobody does.
+// Not for ever, should they write faster than this reads.
+void Bridge::drop_waiting() {
+    constexpr int kMost = 100'000;  // more than a socket holds
     for (std::size_t channel = 0; channel < used_; ++channel) {
-        while (sockets_.at(channel).read()) {
+        for (int i = 0; i < kMost && sockets_.at(channel).read(); ++i) {
             ++counters_.unsent;
         }
     }

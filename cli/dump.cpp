@@ -1,8 +1,9 @@
 // cli/dump.cpp - command: tavu dump, shows and records what a module receives.
-// Uses cli/reception.h, trace/ for text, files and statistics.
+// Uses cli/reception.h, cli/disk_sync.h, trace/ for text, files and statistics.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
+#include "cli/disk_sync.h"
 #include "cli/module.h"
 #include "cli/reception.h"
 #include "cli/table.h"
@@ -25,6 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kTake_ms = 200;
+constexpr double kMostTime_s = 100e6;  // three years
 constexpr std::chrono::seconds kTablePeriod{1};
 
 struct Options {
@@ -37,12 +39,6 @@ struct Options {
     std::string stamp;  // host, module, delta; empty: none is shown
     bool stats = false;
     bool quiet = false;
-};
-
-// A file to be written to, if one was asked for.
-struct File {
-    std::string path;
-    trace::CapturePointer capture;
 };
 
 class Dump {
@@ -66,7 +62,7 @@ class Dump {
     void print_summary() const;
 
     const Options& options_;
-    std::vector<File> files_;
+    std::vector<CaptureFile> files_;
     trace::StatisticsPointer statistics_;
     LossWatch losses_;
     std::uint64_t frames_ = 0;
@@ -130,10 +126,15 @@ bool Dump::open_file(const std::string& path, trace::CaptureFormat format) {
 void Dump::receive(int com_port) {
     begin_ = Clock::now();
     next_table_ = begin_ + kTablePeriod;
+    const DiskSync sync(files_);
     Reception reception(com_port);
     bool goes_on = true;
     while (goes_on && !is_interrupted() && !is_enough()) {
         goes_on = handle(reception.take(kTake_ms));
+        if (sync.has_failed()) {
+            goes_on = false;
+            status_ = kNoOutput;
+        }
         losses_.look(reception);
         if (reception.is_over()) {
             complain("%s: the module is gone", TAVUPortName(com_port));
@@ -194,7 +195,7 @@ bool Dump::show(std::span<const trace::Record> records) {
 
 bool Dump::write_files(std::span<const trace::Record> records) {
     bool is_written = true;
-    for (const File& file : files_) {
+    for (const CaptureFile& file : files_) {
         if (trace::capture_write(file.capture.get(), records) != TAVU_SUCCESS) {
             const trace::CaptureState state = trace::capture_state(file.capture.get());
             complain("%s: %s; %llu frames are not in it", file.path.c_str(),
@@ -235,7 +236,8 @@ void Dump::show_table(bool is_last) {
 
 bool Dump::close_files() {
     bool is_written = true;
-    for (File& file : files_) {
+    for (CaptureFile& file : files_) {
+        is_written = disk_has(file) && is_written;
         if (trace::capture_close(file.capture.release()) != TAVU_SUCCESS) {
             complain("%s: %s", file.path.c_str(), std::strerror(errno));
             is_written = false;
@@ -268,7 +270,7 @@ void add_dump(CLI::App& app, Work& work) {
         ->check(CLI::PositiveNumber);
     command->add_option("--time", options->time_s, "end after so many seconds")
         ->type_name("SECONDS")
-        ->check(CLI::PositiveNumber);
+        ->check(number_up_to(kMostTime_s));
     command->add_option("--stamp", options->stamp, "show a time: of the day, the module's, the gap")
         ->type_name("TIME")
         ->check(CLI::IsMember({"host", "module", "delta"}));

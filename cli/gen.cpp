@@ -16,6 +16,8 @@ namespace cli {
 
 namespace {
 
+constexpr double kMostGap_ms = 86.4e6;  // a day
+
 struct Options {
     std::string port;
     Setup setup;
@@ -132,9 +134,11 @@ int generate(const Options& options, int com_port) {
 }
 
 int run(const Options& options) {
-    return is_possible(options) ? with_started(options.port, options.setup,
-                                               [&](int com_port) { return generate(options, com_port); })
-                                : int{kUsage};
+    if (!is_possible(options)) {
+        return kUsage;
+    }
+    return with_started(options.port, with_only(options.setup, options.channel - 1),
+                        [&](int com_port) { return generate(options, com_port); });
 }
 
 CLI::Validator kind_or_number(int base, unsigned long most, const char* form) {
@@ -161,7 +165,7 @@ void add_gen(CLI::App& app, Work& work) {
         ->check(CLI::PositiveNumber);
     command->add_option("-g,--gap", options->gap_ms, "milliseconds between two; 0: no pause")
         ->type_name("MS")
-        ->check(CLI::NonNegativeNumber)
+        ->check(number_up_to(kMostGap_ms, true))
         ->capture_default_str();
     command->add_option("--id", options->id, "identifier")
         ->type_name("KIND")

@@ -9,11 +9,13 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 
 namespace cli {
 
@@ -34,12 +36,25 @@ void handle(int /*signal*/) {
 }  // namespace
 
 void complain(const char* format, ...) {
+    std::array<char, 512> text{};
+    std::string line = "tavu: ";
     va_list arguments;
     va_start(arguments, format);
-    std::fputs("tavu: ", stderr);
-    std::vfprintf(stderr, format, arguments);
-    std::fputc('\n', stderr);
+    va_list again;
+    va_copy(again, arguments);
+    const auto length = static_cast<std::size_t>(
+        std::max(std::vsnprintf(text.data(), text.size(), format, arguments), 0));
+    if (length < text.size()) {
+        line.append(text.data(), length);
+    } else {
+        std::string longer(length + 1, 0);
+        std::vsnprintf(longer.data(), longer.size(), format, again);
+        line.append(longer.data(), length);
+    }
+    va_end(again);
     va_end(arguments);
+    line += '\n';
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
 }
 
 void interrupts_take() {
@@ -56,6 +71,7 @@ void interrupts_take() {
     }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
+    sigaction(SIGXFSZ, &action, nullptr);
 }
 
 bool is_interrupted() {

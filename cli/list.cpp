@@ -27,10 +27,16 @@ struct Unasked {
     std::string reason;
 };
 
-// JSON text of a string that holds no control characters.
+// JSON text of a string. The name of a program that holds a port may have any characters.
 std::string quoted(const std::string& text) {
     std::string result = "\"";
     for (const char letter : text) {
+        if (letter >= 0 && letter < ' ') {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(letter));
+            result += escape.data();
+            continue;
+        }
         if (letter == '"' || letter == '\\') {
             result += '\\';
         }
@@ -71,21 +77,38 @@ void print_text(const std::vector<Found>& found, const std::vector<Unasked>& una
     }
 }
 
+// A busy machine may miss an answer, so it is asked for again.
+bool is_version_read(int port, VER_INFO* version) {
+    constexpr int kTries = 3;
+    int result = TAVU_FAILURE;
+    for (int tries = 0; tries < kTries && result != TAVU_SUCCESS; ++tries) {
+        result = TAVUShowVer(port, version);
+    }
+    return result == TAVU_SUCCESS;
+}
+
 int list(bool as_json) {
     std::vector<Found> found;
     std::vector<Unasked> unasked;
     for (int port = 0; port < TAVU_PORT_CNT && !is_interrupted(); ++port) {
         if (TAVUOpenDevice(port) == TAVU_SUCCESS) {
             Found module{port, {}};
-            TAVUShowVer(port, &module.version);
+            if (is_version_read(port, &module.version)) {
+                found.push_back(module);
+            } else {
+                unasked.push_back({port, "a module answers, but does not tell its version"});
+            }
             TAVUCloseDevice(port);
-            found.push_back(module);
             continue;
         }
         std::array<char, TAVU_REASON_SIZE> reason{};
         if (TAVUPortReason(port, reason.data()) != TAVU_PORT_ABSENT) {
             unasked.push_back({port, reason.data()});
         }
+    }
+    if (is_interrupted()) {  // a part would pass for all
+        complain("interrupted");
+        return kDone;
     }
     (as_json ? print_json : print_text)(found, unasked);
     return found.empty() ? kNoPort : kDone;

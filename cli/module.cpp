@@ -11,11 +11,14 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace cli {
 
 namespace {
+
+constexpr std::array<int, 6> kDataRates{2, 4, 5, 6, 8, 10};  // Mbit/s
 
 std::optional<int> rate_code(double kbps) {
     for (int code = 0; code < TAVU_RATE_CUSTOM_1; ++code) {
@@ -33,7 +36,7 @@ std::optional<unsigned int> hex_number(std::string_view text) {
     return is_whole && value <= TAVU_EID_MAX ? std::optional(value) : std::nullopt;
 }
 
-// Two identifiers of a channel, "1:100-1FF". Eight digits make them 29-bit ones.
+// Two identifiers of a channel, "1:100-1FF". More than three digits in either make both 29-bit ones.
 struct Pair {
     int channel;
     int id_type;
@@ -48,9 +51,10 @@ std::optional<Pair> pair_of(std::string_view text, char separator) {
         return std::nullopt;
     }
     const std::string_view first = text.substr(2, middle - 2);
+    const std::string_view second = text.substr(middle + 1);
     const auto low = hex_number(first);
-    const auto high = hex_number(text.substr(middle + 1));
-    const int id_type = first.size() > 3 ? TAVU_EID : TAVU_SID;
+    const auto high = hex_number(second);
+    const int id_type = std::max(first.size(), second.size()) > 3 ? TAVU_EID : TAVU_SID;
     const unsigned int limit = id_type == TAVU_SID ? TAVU_SID_MAX : TAVU_EID_MAX;
     if (!low || !high || *low > limit || *high > limit) {
         return std::nullopt;
@@ -58,26 +62,55 @@ std::optional<Pair> pair_of(std::string_view text, char separator) {
     return Pair{text[0] - '1', id_type, *low, *high};
 }
 
-bool is_taken(const char* what, int result) {
-    if (result != TAVU_SUCCESS) {
-        complain("the module did not take the %s", what);
+// A busy machine may miss the 150 ms in which an answer counts, so a call is tried again. What it
+// sets, it may set twice.
+template <typename Call>
+bool is_taken(const char* what, Call call) {
+    constexpr int kTries = 3;
+    for (int tries = 0; tries < kTries; ++tries) {
+        if (call() == TAVU_SUCCESS) {
+            return true;
+        }
     }
-    return result == TAVU_SUCCESS;
+    complain("the module did not take the %s", what);
+    return false;
 }
 
-bool set_rates(int com_port, const Setup& setup) {
-    const auto code = [&](int channel) {
-        return rate_code(of_channel(setup.bitrate, channel, 500.0)).value_or(TAVU_RATE_500K);
+bool is_data_rate(int mbps) {
+    return std::ranges::find(kDataRates, mbps) != kDataRates.end();
+}
+
+// Both channels have one command; a channel that is not used is given what it has. The data rate
+// stays while CAN FD is off.
+bool set_rates(int com_port, const Setup& setup, const CANFD_CFG_INFO& kept) {
+    std::array<int, TAVU_CHANNEL_CNT> codes{};
+    std::array<unsigned char, TAVU_CHANNEL_CNT> data_rates{};
+    std::array<unsigned char, TAVU_CHANNEL_CNT> enabled{};
+    for (std::size_t i = 0; i < codes.size(); ++i) {
+        const auto channel = static_cast<int>(i);
+        const int rate = is_data_rate(kept.datarate[i]) ? kept.datarate[i] : kDataRates.front();
+        const bool is_used = setup.is_used.at(i);
+        data_rates.at(i) = static_cast<unsigned char>(
+            is_used ? of_channel(setup.data_rate, channel, rate) : rate);
+        enabled.at(i) = kept.fdf_en[i];
+        codes.at(i) = kept.baud[i];
+        if (is_used) {
+            enabled.at(i) = setup.data_rate.empty() ? TAVU_FDF_OFF : TAVU_FDF_ON;
+            codes.at(i) =
+                rate_code(of_channel(setup.bitrate, channel, 500.0)).value_or(TAVU_RATE_500K);
+        }
+    }
+    const CFG_CANFD fd{data_rates[0], enabled[0], data_rates[1], enabled[1]};
+    return is_taken("CAN FD settings", [&] { return TAVUSetCFG_CANFD(com_port, fd); }) &&
+           is_taken("bit rates", [&] { return TAVUSetBaudRate(com_port, codes[0], codes[1]); });
+}
+
+bool set_modes(int com_port, const Setup& setup, const CANFD_CFG_INFO& kept) {
+    const auto mode = [&](std::size_t channel) -> int {
+        const int wanted = setup.listen ? TAVU_LISTEN : TAVU_NORMAL;
+        return setup.is_used.at(channel) ? wanted : kept.mode[channel];
     };
-    const auto data_rate = [&](int channel) {
-        return static_cast<unsigned char>(of_channel(setup.data_rate, channel, 2));
-    };
-    const auto enabled =
-        static_cast<unsigned char>(setup.data_rate.empty() ? TAVU_FDF_OFF : TAVU_FDF_ON);
-    return is_taken("CAN FD settings",
-                    TAVUSetCFG_CANFD(com_port, {data_rate(TAVU_CAN_1), enabled,
-                                                data_rate(TAVU_CAN_2), enabled})) &&
-           is_taken("bit rates", TAVUSetBaudRate(com_port, code(TAVU_CAN_1), code(TAVU_CAN_2)));
+    return is_taken("mode", [&] { return TAVUSetMode(com_port, mode(0), mode(1)); });
 }
 
 bool set_filters(int com_port, const Setup& setup) {
@@ -89,9 +122,12 @@ bool set_filters(int com_port, const Setup& setup) {
     }
     for (int channel = 0; channel < TAVU_CHANNEL_CNT; ++channel) {
         const FILTER_INFO& filter = filters.at(static_cast<std::size_t>(channel));
-        const int result = filter.flt_type == 0 ? TAVUClearFilter(com_port, channel)
-                                                : TAVUSetFilter(com_port, filter);
-        if (!is_taken("acceptance filter", result)) {
+        const auto set = [&] {
+            return filter.flt_type == 0 ? TAVUClearFilter(com_port, channel)
+                                        : TAVUSetFilter(com_port, filter);
+        };
+        if (setup.is_used.at(static_cast<std::size_t>(channel)) &&
+            !is_taken("acceptance filter", set)) {
             return false;
         }
     }
@@ -114,15 +150,32 @@ bool set_ranges(int com_port, const Setup& setup) {
     }
     constexpr int kDisable = 1;
     constexpr int kEnable = 2;
-    return is_taken("ranges", TAVUSetRangeFilter(com_port, &tables[0], &tables[1])) &&
-           is_taken("ranges", TAVUInitRangeFilter(com_port, used[0] > 0 ? kEnable : kDisable,
-                                                  used[1] > 0 ? kEnable : kDisable));
+    return is_taken("ranges", [&] {
+        return TAVUSetRangeFilter(com_port, &tables[0], &tables[1]) == TAVU_SUCCESS
+                   ? TAVUInitRangeFilter(com_port, used[0] > 0 ? kEnable : kDisable,
+                                         used[1] > 0 ? kEnable : kDisable)
+                   : int{TAVU_FAILURE};
+    });
 }
 
 }  // namespace
 
 void add_port_option(CLI::App& command, std::string& port) {
     command.add_option("PORT", port, "name or number of the port")->type_name("");
+}
+
+CLI::Validator number_up_to(double most, bool with_zero) {
+    return {[=](const std::string& text) {
+                char* end = nullptr;
+                const double value = std::strtod(text.c_str(), &end);
+                const bool is_number = end != text.c_str() && *end == 0;
+                std::array<char, 32> limit{};
+                std::snprintf(limit.data(), limit.size(), "%.0f", most);
+                return is_number && (value > 0 || (with_zero && value == 0)) && value <= most
+                           ? std::string()
+                           : text + " is no number " + (with_zero ? "from 0, " : "above 0, ") + limit.data() + " at most";
+            },
+            ""};
 }
 
 OpenPort::OpenPort(int com_port)
@@ -140,25 +193,42 @@ OpenPort::~OpenPort() {
     }
 }
 
-int port_of_option(const std::string& port) {
+namespace {
+
+// Asks all ports; -1 after a message.
+int only_module(int* status) {
+    std::vector<int> found;
+    for (int candidate = 0; candidate < TAVU_PORT_CNT && !is_interrupted(); ++candidate) {
+        if (TAVUOpenDevice(candidate) == TAVU_SUCCESS) {
+            TAVUCloseDevice(candidate);
+            found.push_back(candidate);
+        }
+    }
+    if (is_interrupted()) {  // what was found by then need not be the only one
+        complain("interrupted");
+        *status = kDone;
+        return -1;
+    }
+    if (found.size() != 1) {
+        complain(found.empty() ? "no module found; 'tavu list' tells why"
+                               : "several modules found; name one: 'tavu list' shows them");
+        *status = kNoPort;
+        return -1;
+    }
+    return found[0];
+}
+
+}  // namespace
+
+int port_of_option(const std::string& port, int* status) {
     if (port.empty()) {
-        std::vector<int> found;
-        for (int candidate = 0; candidate < TAVU_PORT_CNT && !is_interrupted(); ++candidate) {
-            if (TAVUOpenDevice(candidate) == TAVU_SUCCESS) {
-                TAVUCloseDevice(candidate);
-                found.push_back(candidate);
-            }
-        }
-        if (found.size() != 1) {
-            complain(found.empty() ? "no module found; 'tavu list' tells why"
-                                   : "several modules found; name one: 'tavu list' shows them");
-        }
-        return found.size() == 1 ? found[0] : -1;
+        return only_module(status);
     }
     const bool is_number = port.find_first_not_of("0123456789") == std::string::npos;
     const int number = is_number ? std::atoi(port.c_str()) : TAVUPortNumber(port.c_str());
     if (TAVUPortName(number) == nullptr) {
         complain("%s: no port of that name or number", port.c_str());
+        *status = kNoPort;
         return -1;
     }
     return number;
@@ -190,7 +260,11 @@ void add_rate_options(CLI::App& command, Setup& setup) {
 void add_setup_options(CLI::App& command, Setup& setup) {
     const auto valid_pair = [](char separator, const char* form) {
         return [separator, form](const std::string& text) {
-            return pair_of(text, separator) ? std::string() : text + " is not of the form " + form;
+            const auto pair = pair_of(text, separator);
+            if (pair && separator == '-' && pair->first > pair->second) {
+                return text + " lets nothing pass: the lower identifier stands first, " + form;
+            }
+            return pair ? std::string() : text + " is not of the form " + form;
         };
     };
     add_rate_options(command, setup);
@@ -207,16 +281,29 @@ void add_setup_options(CLI::App& command, Setup& setup) {
 }
 
 bool set_up(int com_port, const Setup& setup) {
-    const int mode = setup.listen ? TAVU_LISTEN : TAVU_NORMAL;
-    if (!set_rates(com_port, setup) ||
-        !is_taken("mode", TAVUSetMode(com_port, mode, mode)) || !set_filters(com_port, setup) ||
-        !set_ranges(com_port, setup) ||
-        !is_taken("kind of error reports",
-                  TAVUSetErrorType(com_port, setup.errors ? TAVU_EN_ALL : TAVU_DIS_ALL))) {
+    const int errors = setup.errors ? TAVU_EN_ALL : TAVU_DIS_ALL;
+    CANFD_CFG_INFO kept{};
+    if (!is_taken("question for its configuration",
+                  [&] { return TAVUGetCFG_CANFD(com_port, &kept); }) ||
+        !set_rates(com_port, setup, kept) || !set_modes(com_port, setup, kept) ||
+        !set_filters(com_port, setup) || !set_ranges(com_port, setup) ||
+        !is_taken("kind of error reports", [&] { return TAVUSetErrorType(com_port, errors); })) {
         return false;
     }
-    TAVUResetLoss();  // what was discarded while setting up is no loss
-    return is_taken("start", TAVUInitCAN(com_port, TAVU_ACTIVE, TAVU_ACTIVE));
+    const auto state = [&](std::size_t channel) {
+        return setup.is_used.at(channel) ? TAVU_ACTIVE : TAVU_INACTIVE;
+    };
+    return is_taken("start", [&] {
+        TAVUResetLoss();  // what was discarded while setting up is no loss
+        return TAVUInitCAN(com_port, state(TAVU_CAN_1), state(TAVU_CAN_2));
+    });
+}
+
+Setup with_only(Setup setup, int channel) {
+    if (std::max(setup.bitrate.size(), setup.data_rate.size()) < TAVU_CHANNEL_CNT) {
+        setup.is_used = {channel == TAVU_CAN_1, channel == TAVU_CAN_2};
+    }
+    return setup;
 }
 
 }  // namespace cli

@@ -6,6 +6,8 @@
 
 #include "cli/command.h"
 
+#include "lib/lib_tavu_2.h"
+
 #include <CLI/App.hpp>
 
 #include <algorithm>
@@ -18,11 +20,12 @@ namespace cli {
 
 // ---- Messages and interrupts -----------------------------------------------------------------
 
-// "tavu: " and the text, as printf, on standard error.
+// "tavu: " and the text, as printf, on standard error: a line in one piece, from any thread.
 [[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
 
 // From now on an interrupt, a termination or a hang-up of the terminal ends the work cleanly, and a
-// closed pipe is an error of the write instead of the end of the process.
+// closed pipe, or a file at the limit of its size, is an error of the write instead of the end of
+// the process.
 void interrupts_take();
 // Any thread.
 bool is_interrupted();
@@ -33,6 +36,9 @@ void pause_us(std::int64_t time_us);
 
 // Adds the positional PORT.
 void add_port_option(CLI::App& command, std::string& port);
+
+// Accepts numbers above 0, or from 0, up to `most`; no infinity and nothing that is no number.
+CLI::Validator number_up_to(double most, bool with_zero = false);
 
 // A module's open port; closed, which stops its channels, at the end of the scope.
 class OpenPort {
@@ -49,18 +55,23 @@ class OpenPort {
 };
 
 // Number of the port that the option names; without a text that of the only module found. -1 after
-// a message.
-int port_of_option(const std::string& port);
+// a message: *status is kNoPort, or kDone if the search was interrupted.
+int port_of_option(const std::string& port, int* status);
 
-// Opens that port and does `action`, a call with the port's number. Result: that of the action, or
-// kNoPort after a message.
+// Opens that port and does `action`, a call with the port's number. Result: that of the action; after
+// a message kNoPort, or kDone if there was an interrupt meanwhile.
 template <typename Action>
 int with_port(const std::string& name, Action action) {
-    const int com_port = port_of_option(name);
+    int status = kNoPort;
+    const int com_port = port_of_option(name, &status);
     if (com_port < 0) {
-        return kNoPort;
+        return status;
     }
     const OpenPort port(com_port);
+    if (port.is_open() && is_interrupted()) {
+        complain("interrupted");
+        return kDone;
+    }
     return port.is_open() ? action(com_port) : kNoPort;
 }
 
@@ -68,13 +79,19 @@ int with_port(const std::string& name, Action action) {
 
 // Set-up of the channels by options. Pairs of values are for CAN 1 and CAN 2.
 struct Setup {
-    std::vector<double> bitrate{500, 500};  // kbit/s
+    std::vector<double> bitrate{500};  // kbit/s
     std::vector<int> data_rate;             // Mbit/s; empty: CAN FD stays off
     bool listen = false;
     bool errors = false;               // error reports of the module are wanted
     std::vector<std::string> accept;   // "1:123/7FF": acceptance filter of a channel
     std::vector<std::string> ranges;   // "2:100-1FF": passes a range of identifiers
+    // A channel that is not used keeps its settings, and is not started: it may be on another bus.
+    std::array<bool, TAVU_CHANNEL_CNT> is_used{true, true};
 };
+
+// The same for who sends on one channel, TAVU_CAN_1 or TAVU_CAN_2: it alone is used, unless the rates
+// of both are given, so that the other one may acknowledge.
+Setup with_only(Setup setup, int channel);
 
 // The value of a list for a channel; one value is for both, and without any it is `none`.
 template <typename Value>
@@ -88,7 +105,7 @@ void add_rate_options(CLI::App& command, Setup& setup);
 // Adds all options of the set-up.
 void add_setup_options(CLI::App& command, Setup& setup);
 
-// Applies the set-up to an open port and starts both channels; false after a message.
+// Applies the set-up to an open port and starts the channels that are used; false after a message.
 bool set_up(int com_port, const Setup& setup);
 
 // As with_port, on a module that is set up and started; kIncomplete when it is not.

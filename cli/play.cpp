@@ -10,6 +10,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -27,6 +28,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kProgressPeriod{250};
 constexpr int kMostTold = 20;  // broken lines
+constexpr double kMostSpeed = 1e9;
+// A slow player of a log with a leap in its times would else wait longer than a clock can count.
+constexpr double kMostWait_us = 1e15;  // 30 years
 
 struct Options {
     std::vector<std::string> words;  // [PORT] FILE
@@ -37,21 +41,56 @@ struct Options {
     bool strict = false;
 };
 
-// Names of the channels in the log; none after a message. The later entry of a channel counts.
+// A name and its channel; none after a message.
+std::optional<trace::Interfaces::Further> entry_of(const std::string& text) {
+    trace::Interfaces::Further entry;
+    const std::size_t colon = std::min(text.find(':'), text.size());
+    const std::string channel = text.substr(std::min(colon + 1, text.size()));
+    if (colon < entry.name.size()) {
+        text.copy(entry.name.data(), colon);
+    }
+    if ((channel != "1" && channel != "2") || !trace::interface_is_valid(entry.name)) {
+        complain("%s is not of the form NAME:CHANNEL", text.c_str());
+        return std::nullopt;
+    }
+    entry.channel = channel == "1" ? TAVU_CAN_1 : TAVU_CAN_2;
+    return entry;
+}
+
+// Names of the channels in the log, several for one if so given; none after a message. A channel
+// that is given none has its usual one, unless the other channel was given that.
 std::optional<trace::Interfaces> interfaces_of(const std::vector<std::string>& map) {
     trace::Interfaces interfaces;
-    for (const std::string& entry : map) {
-        const std::size_t colon = entry.find(':');
-        const std::string channel = colon == std::string::npos ? "" : entry.substr(colon + 1);
-        if ((channel != "1" && channel != "2") || colon == 0 || colon > 15) {
-            complain("%s is not of the form NAME:CHANNEL", entry.c_str());
+    std::array<bool, TAVU_CHANNEL_CNT> is_named{};
+    for (const std::string& text : map) {
+        const auto entry = entry_of(text);
+        if (!entry) {
             return std::nullopt;
         }
-        auto& name = interfaces.name.at(channel == "1" ? 0 : 1);
-        name = {};
-        entry.copy(name.data(), colon);
+        for (const auto& before : interfaces.further) {
+            if (before.name == entry->name && before.channel != entry->channel) {
+                complain("%s: no interface has two channels", before.name.data());
+                return std::nullopt;
+            }
+        }
+        interfaces.further.push_back(*entry);
+        is_named.at(static_cast<std::size_t>(entry->channel)) = true;
+    }
+    for (std::size_t channel = 0; channel < is_named.size(); ++channel) {
+        auto& usual = interfaces.name.at(channel);
+        const auto has_usual = [&](const auto& entry) { return entry.name == usual; };
+        if (is_named.at(channel) || std::ranges::any_of(interfaces.further, has_usual)) {
+            usual = {};
+        }
     }
     return interfaces;
+}
+
+// Whether frames of the log can go to a channel.
+bool is_reached(const trace::Interfaces& interfaces, int channel) {
+    const auto is_its = [channel](const auto& entry) { return entry.channel == channel; };
+    return trace::interface_is_valid(interfaces.name.at(static_cast<std::size_t>(channel))) ||
+           std::ranges::any_of(interfaces.further, is_its);
 }
 
 // Plays a file once; keeps count over several times.
@@ -144,7 +183,8 @@ int Player::take(const trace::Record& record) {
 void Player::wait_for(std::int64_t time_us) {
     first_us_ = first_us_.value_or(time_us);
     const std::chrono::duration<double, std::micro> due(
-        static_cast<double>(time_us - *first_us_) / options_.speed);
+        std::clamp(static_cast<double>(time_us - *first_us_) / options_.speed, -kMostWait_us,
+                   kMostWait_us));
     const auto left = begin_ + std::chrono::duration_cast<Clock::duration>(due) - Clock::now();
     pause_us(std::chrono::duration_cast<std::chrono::microseconds>(left).count());
 }
@@ -199,7 +239,9 @@ int play(const Options& options) {
         return kUsage;
     }
     const std::string port = options.words.size() > 1 ? options.words.front() : "";
-    return with_started(port, options.setup,
+    Setup setup = options.setup;
+    setup.is_used = {is_reached(*interfaces, TAVU_CAN_1), is_reached(*interfaces, TAVU_CAN_2)};
+    return with_started(port, setup,
                         [&](int com_port) { return play_all(options, *interfaces, com_port); });
 }
 
@@ -215,7 +257,7 @@ void add_play(CLI::App& app, Work& work) {
     add_rate_options(*command, options->setup);
     command->add_option("--speed", options->speed, "times as fast as the log")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
+        ->check(number_up_to(kMostSpeed))
         ->capture_default_str();
     command->add_option("--loop", options->loops, "how many times; 0: until interrupted")
         ->type_name("N")

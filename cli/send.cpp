@@ -51,6 +51,11 @@ std::optional<std::vector<CAN_FRAME_INFO>> frames_of(const Options& options, std
 int send_all(const std::vector<CAN_FRAME_INFO>& frames, const Setup& setup, int com_port) {
     Sender sender(com_port, setup);
     for (const CAN_FRAME_INFO& frame : frames) {
+        if (is_interrupted()) {
+            complain("interrupted; %llu of %zu frames sent",
+                     static_cast<unsigned long long>(sender.count()), frames.size());
+            break;
+        }
         if (const int status = sender.send(frame); status != kDone) {
             return status;
         }
@@ -69,7 +74,7 @@ int send(const Options& options) {
         return kUsage;
     }
     const std::string port = has_port ? options.words.front() : "";
-    return with_started(port, options.setup,
+    return with_started(port, with_only(options.setup, options.channel - 1),
                         [&](int com_port) { return send_all(*frames, options.setup, com_port); });
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <thread>
 
 namespace cli {
@@ -16,6 +17,7 @@ namespace {
 // a quarter of their time, and this.
 constexpr int kSpareShare = 4;
 constexpr std::chrono::milliseconds kSpare{100};
+constexpr std::chrono::seconds kQuiet{1};  // between two messages of refused frames
 // More the module does not hold at a usual bit rate.
 constexpr std::chrono::steady_clock::duration kMostWait = std::chrono::seconds(10);
 
@@ -33,9 +35,11 @@ int Sender::send(const CAN_FRAME_INFO& frame) {
                                                 : TAVUSend(com_port_, frame);
     if (result != TAVU_SUCCESS) {
         const bool is_gone = TAVUPortState(com_port_, nullptr) == TAVU_PORT_GONE;
-        complain(is_gone ? "%s: the module is gone"
-                         : "%s: the module takes no frames; does another node acknowledge them?",
-                 TAVUPortName(com_port_));
+        if (is_gone) {
+            complain("%s: the module is gone", TAVUPortName(com_port_));
+        } else {
+            tell_refused();
+        }
         return is_gone ? kGone : kIncomplete;
     }
     ++count_;
@@ -46,6 +50,19 @@ int Sender::send(const CAN_FRAME_INFO& frame) {
         idle_at_.at(channel) = std::max(idle_at_.at(channel), Clock::now()) + time + time / kSpareShare;
     }
     return kDone;
+}
+
+// Who goes on after a refusal, as the bridge does, may meet ten of them a second.
+void Sender::tell_refused() {
+    ++untold_;
+    if (Clock::now() < quiet_until_) {
+        return;
+    }
+    quiet_until_ = Clock::now() + kQuiet;
+    const std::string count = untold_ > 1 ? std::to_string(untold_) + " more frames: " : "";
+    complain("%s: %sthe module takes no frames; does another node acknowledge them?",
+             TAVUPortName(com_port_), count.c_str());
+    untold_ = 0;
 }
 
 void Sender::finish() const {

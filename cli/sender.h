@@ -17,7 +17,8 @@ class Sender {
   public:
     Sender(int com_port, const Setup& setup);
 
-    // Sends a frame on its channel. Result: kDone, or why it was not sent (kIncomplete, kGone), told.
+    // Sends a frame on its channel. Result: kDone, or why it was not sent (kIncomplete, kGone), told
+    // once a second at most.
     int send(const CAN_FRAME_INFO& frame);
     // Waits until the module has had the time to put all of it on the bus: a close stops it. The
     // module does not tell, so this goes by the bits of the frames.
@@ -27,10 +28,14 @@ class Sender {
   private:
     using Clock = std::chrono::steady_clock;
 
+    void tell_refused();
+
     int com_port_;
     std::array<trace::BusRates, TAVU_CHANNEL_CNT> rates_;
     std::array<Clock::time_point, TAVU_CHANNEL_CNT> idle_at_;  // when the bus has carried all
     std::uint64_t count_ = 0;
+    std::uint64_t untold_ = 0;  // frames refused since the last message
+    Clock::time_point quiet_until_;
 };
 
 }  // namespace cli

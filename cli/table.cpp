@@ -42,6 +42,21 @@ void print_row(const trace::StatisticsRow& row) {
     std::printf("%s\n", bytes > kBytesShown ? " ..." : "");
 }
 
+// Without the line's end.
+void print_totals(const trace::StatisticsTotals& totals, std::size_t rows) {
+    std::printf("%zu identifiers, %llu frames, %llu error frames", rows,
+                static_cast<unsigned long long>(totals.frames),
+                static_cast<unsigned long long>(totals.errors));
+    if (totals.rowless > 0) {
+        std::printf("; no row was left for %llu frames of further identifiers",
+                    static_cast<unsigned long long>(totals.rowless));
+    }
+    if (totals.invalid > 0) {
+        std::printf("; %llu records were no valid frame",
+                    static_cast<unsigned long long>(totals.invalid));
+    }
+}
+
 }  // namespace
 
 void print_table(const trace::Statistics& statistics, bool is_last) {
@@ -62,11 +77,8 @@ void print_table(const trace::Statistics& statistics, bool is_last) {
     for (std::size_t i = 0; i < shown; ++i) {
         print_row(rows.at(i));
     }
-    const trace::StatisticsTotals totals = trace::statistics_totals(&statistics);
-    std::printf("%zu identifiers, %llu frames, %llu error frames%s\n", rows.size(),
-                static_cast<unsigned long long>(totals.frames),
-                static_cast<unsigned long long>(totals.errors),
-                shown < rows.size() ? "; the window is too small for all" : "");
+    print_totals(trace::statistics_totals(&statistics), rows.size());
+    std::printf("%s\n", shown < rows.size() ? "; the window is too small for all" : "");
     std::fflush(stdout);
 }
 

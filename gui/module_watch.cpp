@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -23,14 +22,9 @@
 
 namespace {
 
-struct LossRow {
-    std::uint64_t count;
-    const char* one;      // in words, behind the number
-    const char* several;  // the same for another number than 1
-    const char* name;     // of the counter, in the tooltip
-};
+LossRows seen{};
 
-std::array<LossRow, 7> loss_rows() {
+LossRows loss_rows() {
     const TRAFFIC_LOSS_INFO display = traffic_loss();
     TAVU_LOSS_INFO line{};
     TAVUGetLoss(&line);
@@ -68,17 +62,28 @@ std::string sentence(const char* text) {
 void show_losses() {
     std::string words;
     std::string counters;
-    for (const LossRow& row : loss_rows()) {
-        const std::string number = std::to_string(row.count);
-        counters += std::string(counters.empty() ? "" : "\n") + row.name + " = " + number;
-        if (row.count > 0 && row.one != nullptr) {
-            words += words.empty() ? "Lost: " : "; ";
-            words += number + ' ' + (row.count == 1 ? row.one : row.several);
+    seen = loss_rows();
+    for (const LossRow& row : seen) {
+        counters += std::string(counters.empty() ? "" : "\n") + row.name + " = " +
+                    std::to_string(row.count);
+        if (const std::string text = loss_words(row); !text.empty()) {
+            words += (words.empty() ? "Lost: " : "; ") + text;
         }
     }
     if (!words.empty()) {
         notice_show(Notice::losses, words + ". Clear begins to count anew.", counters);
     }
+}
+
+const LossRows& losses_seen() {
+    return seen;
+}
+
+std::string loss_words(const LossRow& row) {
+    if (row.count == 0 || row.one == nullptr) {
+        return "";
+    }
+    return std::to_string(row.count) + ' ' + (row.count == 1 ? row.one : row.several);
 }
 
 gboolean watch_module(gpointer /*user_data*/) {
@@ -97,6 +102,7 @@ gboolean watch_module(gpointer /*user_data*/) {
 void losses_begin() {
     traffic_loss_reset();
     TAVUResetLoss();
+    seen = {};
     notice_hide(Notice::losses);
 }
 

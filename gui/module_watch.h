@@ -7,6 +7,8 @@
 
 #include <glib.h>
 
+#include <array>
+#include <cstdint>
 #include <string>
 
 // Timer, four times a second: notices that the open module is gone, and losses while its controller
@@ -14,8 +16,21 @@
 gboolean watch_module(gpointer user_data);
 inline constexpr guint kWatchPeriod_ms = 250;
 
+// A kind of loss.
+struct LossRow {
+    std::uint64_t count = 0;
+    const char* one = nullptr;      // in words, behind the number; null: no loss that a user misses
+    const char* several = nullptr;  // the same for another number than 1
+    const char* name = "";          // of the counter
+};
+using LossRows = std::array<LossRow, 7>;
+
 // Shows the losses so far, if there are any.
 void show_losses();
+// What was lost when it was last looked: while the controller is started, and when it is stopped.
+const LossRows& losses_seen();
+// "12 frames came faster than the display could take them"; empty for a row that says nothing.
+std::string loss_words(const LossRow& row);
 // Counts losses of both layers from now on, and takes back the notice of earlier ones.
 void losses_begin();
 

@@ -107,7 +107,8 @@ void notice_show(Notice kind, const std::string& text, const std::string& toolti
         return;
     }
     // A number that only rises would interrupt without end.
-    const bool is_news = present.text.empty() || kind != Notice::losses;
+    const bool is_count = kind == Notice::losses || kind == Notice::recording;
+    const bool is_news = present.text.empty() || !is_count;
     present = {text, tooltip};
     show_all();
     if (is_news) {

@@ -7,7 +7,7 @@
 #include <string>
 
 // What there may be to say, the most urgent first. Each kind has one text at a time.
-enum class Notice { gone, connect, start, settings, losses, no_module, kEnd };
+enum class Notice { gone, connect, start, settings, recording, losses, no_module, kEnd };
 
 // Puts the bar, hidden, into the box of the main interface file that is kept for it; without that
 // box there is no bar and the calls below do nothing.

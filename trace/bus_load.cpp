@@ -13,56 +13,124 @@ constexpr int kAcknowledge = 2;  // slot and delimiter
 constexpr int kEndOfFrame = 7;
 constexpr int kCrcDelimiter = 1;
 
-// Bits from the start of frame on. After five equal ones comes a stuff bit, which is not known to
-// be there before the next bit is: see end().
+// What bit stuffing knows of the bits before: how many equal ones were last, and which. After five
+// equal ones comes a stuff bit, which is not known to be there before the next bit is.
+struct StuffState {
+    std::uint8_t last = 1;  // the idle bus
+    std::uint8_t run = 0;   // 0 to kLongestRun
+};
+constexpr std::uint8_t kLongestRun = 5;
+
+// Puts the stuff bit that is due, if one is. Result: how many.
+constexpr int put_stuff(StuffState* state) {
+    if (state->run != kLongestRun) {
+        return 0;
+    }
+    *state = {.last = static_cast<std::uint8_t>(state->last ^ 1U), .run = 1};
+    return 1;
+}
+
+// Puts a bit. Result: number of stuff bits before it.
+constexpr int put_bit(StuffState* state, unsigned int bit) {
+    const int stuff = put_stuff(state);
+    const bool is_equal = bit == state->last;
+    state->run = static_cast<std::uint8_t>(is_equal ? state->run + 1 : 1);
+    state->last = static_cast<std::uint8_t>(bit);
+    return stuff;
+}
+
+constexpr int kCrcBits = 15;
+constexpr unsigned int kCrcMask = 0x7FFF;
+
+constexpr unsigned int crc_put_bit(unsigned int crc, unsigned int bit) {
+    constexpr unsigned int kCrcPolynomial = 0x4599;
+    const unsigned int top = crc >> (kCrcBits - 1) & 1;
+    return (crc << 1 & kCrcMask) ^ (top == bit ? 0 : kCrcPolynomial);
+}
+
+// What eight bits do at once: bit by bit, the frames of a busy bus take more time than their
+// display may.
+struct ByteStep {
+    StuffState state{};
+    std::uint8_t stuff = 0;
+};
+constexpr int kByteValues = 256;
+using StuffTable = std::array<std::array<ByteStep, kByteValues>, 2 * (kLongestRun + 1)>;
+
+constexpr std::size_t row_of(const StuffState& state) {
+    return static_cast<std::size_t>(state.last * (kLongestRun + 1) + state.run);
+}
+
+constexpr StuffTable kStuffTable = [] {
+    StuffTable table{};
+    for (std::uint8_t last = 0; last <= 1; ++last) {
+        for (std::uint8_t run = 0; run <= kLongestRun; ++run) {
+            for (unsigned int byte = 0; byte < kByteValues; ++byte) {
+                ByteStep step{.state = {.last = last, .run = run}};
+                for (int i = 7; i >= 0; --i) {
+                    step.stuff =
+                        static_cast<std::uint8_t>(step.stuff + put_bit(&step.state, byte >> i & 1));
+                }
+                table[row_of({.last = last, .run = run})][byte] = step;
+            }
+        }
+    }
+    return table;
+}();
+
+constexpr std::array<std::uint16_t, kByteValues> kCrcTable = [] {
+    std::array<std::uint16_t, kByteValues> table{};
+    for (unsigned int byte = 0; byte < kByteValues; ++byte) {
+        unsigned int crc = 0;
+        for (int i = 7; i >= 0; --i) {
+            crc = crc_put_bit(crc, byte >> i & 1);
+        }
+        table[byte] = static_cast<std::uint16_t>(crc);
+    }
+    return table;
+}();
+
+// Bits from the start of frame on.
 class BitStream {
   public:
     explicit BitStream(FrameBits* bits) : bits_(bits) {}
 
     void put(unsigned int bit) {
-        end();
-        run_ = bit == last_ ? run_ + 1 : 1;
-        last_ = bit;
-        ++phase();
-        const unsigned int top = crc_ >> (kCrcBits - 1) & 1;
-        crc_ = crc_ << 1 & kCrcMask;
-        if (top != bit) {
-            crc_ ^= kCrcPolynomial;
-        }
+        add(1, put_bit(&state_, bit));
+        crc_ = crc_put_bit(crc_, bit);
     }
     // The lowest `count` bits of a value, highest first.
     void put(unsigned int value, int count) {
+        for (; count >= 8; count -= 8) {
+            put_byte(value >> (count - 8) & 0xFF);
+        }
         for (int i = count - 1; i >= 0; --i) {
             put(value >> i & 1);
         }
     }
     // Adds the stuff bit that is due, if one is.
-    void end() {
-        constexpr int kLongestRun = 5;
-        if (run_ == kLongestRun) {
-            last_ ^= 1;
-            run_ = 1;
-            ++phase();
-            ++bits_->stuff;
-        }
-    }
+    void end() { add(0, put_stuff(&state_)); }
     // What follows is at the data rate.
     void rate_switch() { is_data_ = true; }
 
     void put_crc() { put(crc_, kCrcBits); }
 
   private:
-    static constexpr int kCrcBits = 15;
-    static constexpr unsigned int kCrcMask = 0x7FFF;
-    static constexpr unsigned int kCrcPolynomial = 0x4599;
-
-    int& phase() { return is_data_ ? bits_->data : bits_->nominal; }
+    void put_byte(unsigned int byte) {
+        const ByteStep& step = kStuffTable[row_of(state_)][byte];
+        add(8, step.stuff);
+        state_ = step.state;
+        crc_ = (crc_ << 8 & kCrcMask) ^ kCrcTable[(crc_ >> (kCrcBits - 8) ^ byte) & 0xFF];
+    }
+    void add(int bits, int stuff) {
+        (is_data_ ? bits_->data : bits_->nominal) += bits + stuff;
+        bits_->stuff += stuff;
+    }
 
     FrameBits* bits_;
     bool is_data_ = false;
-    unsigned int last_ = 1;  // the idle bus
-    int run_ = 0;
-    unsigned int crc_ = 0;
+    StuffState state_{};
+    unsigned int crc_ = 0;  // of CAN 2.0; CAN FD takes the room of its own without its value
 };
 
 // From the start of frame to IDE and, of 29 bits, to the bit behind the identifier.

@@ -1,7 +1,7 @@
 // trace/capture.cpp - trace: capture files, written.
 // Uses trace/capture.h, trace/text.h, libpcap. Knows of the file's end: it is always that of a
 // record.
-// Thread: any, one at a time for each capture.
+// Thread: any, one at a time for each capture; capture_sync beside it.
 // SPDX-License-Identifier: MIT
 #include "trace/capture.h"
 
@@ -215,7 +215,9 @@ int capture_close(Capture* capture) {
         return TAVU_SUCCESS;
     }
     const int result = capture->fd < 0 || close(capture->fd) == 0 ? TAVU_SUCCESS : TAVU_FAILURE;
+    const int reason = errno;
     delete capture;
+    errno = reason;
     return result;
 }
 
@@ -273,7 +275,8 @@ int capture_sync(Capture* capture) {
         errno = EINVAL;
         return TAVU_FAILURE;
     }
-    // What cannot be synchronised, such as a pipe, has no disk.
+    // Only the descriptor is looked at, which no write changes. What cannot be synchronised, such as
+    // a pipe, has no disk.
     return fdatasync(capture->fd) == 0 || errno == EINVAL || errno == EROFS ? TAVU_SUCCESS
                                                                             : TAVU_FAILURE;
 }

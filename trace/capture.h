@@ -1,6 +1,7 @@
 // trace/capture.h - trace: capture files, written as .log or pcap, and .log files read.
 // Any layer above lib/ may include it.
-// Thread: any, one at a time for each capture or reader. A write may wait for the disk.
+// Thread: any, one at a time for each capture or reader, but for capture_sync. A write may wait for
+// the disk.
 // SPDX-License-Identifier: MIT
 #ifndef TRACE_CAPTURE_H
 #define TRACE_CAPTURE_H
@@ -38,7 +39,8 @@ struct CaptureState {
 struct Capture;
 
 // Ends the capture, as a CapturePointer does by itself; release() that when the result matters.
-// TAVU_FAILURE: the system tells only now that something was not written. Null is ignored.
+// TAVU_FAILURE: the system tells only now that something was not written, errno tells why. Null is
+// ignored.
 int capture_close(Capture* capture);
 
 struct CaptureCloser {
@@ -58,7 +60,9 @@ CapturePointer capture_open(const char* path, const CaptureSettings& settings);
 // lost, with error EINVAL; the others are written.
 int capture_write(Capture* capture, std::span<const Record> records);
 
-// Waits until the disk has all that was written. TAVU_FAILURE: it has not; errno tells why.
+// Waits until the disk has all that was written before. TAVU_FAILURE: it has not; errno tells why. May
+// run on another thread beside any call of the capture but its close, so that the disk holds up no
+// write.
 int capture_sync(Capture* capture);
 
 // Counts so far.

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace trace {
 
@@ -38,9 +39,16 @@ inline constexpr unsigned int kErrorFlag = 0x20000000;
 inline constexpr int kClassicBytes = 8;  // most data bytes of a CAN 2.0 frame
 inline constexpr int kFdBytes = 64;      // most data bytes of a CAN FD frame
 
-// Name of each channel in text forms, CAN 1 first: 1 to 15 characters without spaces.
+// Name of each channel in text forms, CAN 1 first: 1 to 15 characters without spaces. A channel whose
+// name is empty appears in no line.
 struct Interfaces {
     std::array<std::array<char, 16>, TAVU_CHANNEL_CNT> name{{{"can0"}, {"can1"}}};
+    // Further names that a parse takes, nothing writes.
+    struct Further {
+        std::array<char, 16> name{};
+        int channel = TAVU_CAN_1;
+    };
+    std::vector<Further> further{};
 };
 
 // The host's clock, as Record::time_us wants it.

@@ -87,7 +87,7 @@ int console_line_write(const Record& record, const Interfaces& interfaces, const
 int frame_parse(std::string_view text, CAN_FRAME_INFO* frame, ParseError* error);
 
 // A line without a direction is one of a received frame. A time may have 1 to 9 decimals, of which
-// six are kept. An interface name that is none of the two is refused.
+// six are kept. An interface name that is none of those given is refused.
 int log_line_parse(std::string_view text, const Interfaces& interfaces, Record* record,
                    ParseError* error);
 

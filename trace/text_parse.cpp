@@ -243,6 +243,12 @@ bool take_interface(Cursor& cursor, const Interfaces& interfaces, int* channel) 
             return true;
         }
     }
+    for (const Interfaces::Further& further : interfaces.further) {
+        if (interface_is_valid(further.name) && word == further.name.data()) {
+            *channel = further.channel;
+            return true;
+        }
+    }
     return cursor.fail_at(begin, word.empty() ? "no interface name" : "an unknown interface name");
 }
 

@@ -13,6 +13,9 @@
 //                18FEF100    29-bit: 8 digits
 //                100-1FF     a range, both ends included
 //   without      !7DF !error
+//
+// "fd" is the kind; the identifier is 0FD. A remote frame is a classic one too, and a frame with
+// bit-rate switch a CAN FD frame. An error frame fits neither "classic" nor any identifier.
 #ifndef GUI_MONITOR_FILTER_H
 #define GUI_MONITOR_FILTER_H
 
@@ -37,12 +40,22 @@ struct IdRanges {
     std::array<IdRange, kFilterRanges> range{};
 };
 
+// Bits of FrameFilter::kinds; a frame has one or two of them.
+enum : unsigned int {
+    kFilterClassic = 1U << 0,
+    kFilterFd = 1U << 1,
+    kFilterBrs = 1U << 2,
+    kFilterRemote = 1U << 3,
+    kFilterError = 1U << 4,
+};
+
 // Bits of channel, direction and kind; all set when no word of the kind is there.
 struct FrameFilter {
-    unsigned int channels = ~0U;    // bit: channel number from 0
-    unsigned int directions = ~0U;  // bit 0: received, bit 1: sent
-    unsigned int kinds = ~0U;       // bits of filter_kinds
-    IdRanges wanted{};              // none: all
+    unsigned int channels = ~0U;      // bit: channel number from 0
+    unsigned int directions = ~0U;    // bit 0: received, bit 1: sent
+    unsigned int kinds = ~0U;         // kFilter...
+    unsigned int unwanted_kinds = 0;  // of kinds that frames must not have
+    IdRanges wanted{};                // none: all
     IdRanges unwanted{};
 };
 
@@ -56,6 +69,7 @@ struct FilterError {
 // TAVU_SUCCESS, or TAVU_FAILURE with *error; *filter is untouched then.
 int filter_parse(std::string_view text, FrameFilter* filter, FilterError* error);
 
+// Whether a valid frame passes. Costs some nanoseconds, and one for each identifier of the filter.
 bool filter_matches(const FrameFilter& filter, const CAN_FRAME_INFO& frame, bool is_sent);
 
 #endif

@@ -34,12 +34,16 @@ class Session : public testing::Test {
         std::ofstream(folder + "/script") << script;
         const std::string command = "cd " + ui_folder + " && export OUT=" + folder +
                                     " UI_SCRIPT_OUT=" + folder + " UI_SCRIPT=" + folder +
-                                    "/script GDK_CORE_DEVICE_EVENTS=1 GTK_MODULES=" UI_SCRIPT_MODULE
+                                    "/script XDG_CONFIG_HOME=" + made +
+                                    "/config XDG_DATA_HOME=" + made +
+                                    "/data GDK_CORE_DEVICE_EVENTS=1 GTK_MODULES=" UI_SCRIPT_MODULE
                                     " && timeout 60 " WITH_DISPLAY " " TAVU_SIM
                                     " --report=$OUT/report --record=$OUT/record " +
                                     sim_options + " -- " PROGRAM " </dev/null >$OUT/output 2>&1";
         bool good = false;
         for (int attempt = 0; attempt < 3 && !good; ++attempt) {
+            std::filesystem::remove_all(made);
+            std::filesystem::create_directory(made);
             const int status = std::system(command.c_str());
             output = contents(folder + "/output");
             wire = contents(folder + "/record");
@@ -51,6 +55,7 @@ class Session : public testing::Test {
     }
 
     const std::string folder = testing::TempDir() + "session-" + std::to_string(getpid());
+    const std::string made = folder + "/made";  // by the program: empty at each try
     std::string ui_folder = UI_FOLDER;
     std::string output;  // what the program and its script printed
     std::string wire;    // frames that the host wrote, one a line

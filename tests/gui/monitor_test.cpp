@@ -2,6 +2,7 @@
 // Uses tests/gui/ui_fixture.h, tests/gui/inspection.h, gui/monitor/.
 // Thread: main.
 // SPDX-License-Identifier: MIT
+#include "gui/monitor/filter_bar.h"
 #include "gui/monitor/page.h"
 #include "gui/monitor/settings_file.h"
 
@@ -58,6 +59,21 @@ TEST_F(Monitor, CountsWhatTheDisplayTimerTakesWhileItIsOpen) {
     use(by_id("monitor_clear_btn"));
     EXPECT_TRUE(counts("0 frames"));
     EXPECT_EQ(rows_of(bs_info.tree).size(), 4U) << "Clear is the monitor's own";
+}
+
+TEST_F(Monitor, AFilterThatIsNoneIsMarkedAndTheOneBeforeHolds) {
+    monitor_open();
+    use(by_id("filter_entry"), "can2");
+    EXPECT_FALSE(gtk_widget_get_visible(by_id("filter_fault")));
+    use(by_id("filter_entry"), "can2 100-");
+    EXPECT_TRUE(gtk_widget_get_visible(by_id("filter_fault")));
+    EXPECT_TRUE(gtk_style_context_has_class(gtk_widget_get_style_context(by_id("filter_entry")),
+                                            GTK_STYLE_CLASS_ERROR));
+    EXPECT_TRUE(filter_matches(monitor_filter(), frame_of(1, TAVU_CAN_2), false));
+    EXPECT_FALSE(filter_matches(monitor_filter(), frame_of(1), false));
+    use(by_id("filter_entry"), "");
+    EXPECT_FALSE(gtk_widget_get_visible(by_id("filter_fault")));
+    EXPECT_TRUE(filter_matches(monitor_filter(), frame_of(1), false));
 }
 
 TEST_F(Monitor, IsAsItWasLeftTheNextTimeAndOddSettingsAreLeftAlone) {

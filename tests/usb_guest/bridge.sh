@@ -150,6 +150,21 @@ logs() {
     verdict $? "the module got $(wc -l <bridged.frames) commands, those that the bridge sent"
 }
 
+# A module that takes no more than its line holds: it is told once a second at most, and each frame is accounted for,
+# also those that still wait in the interface at the end.
+deaf_module() {
+    bridge_begin tavu-sim --control control --
+    echo "fault ttyACM0 deaf" >control
+    cangen vcan0 -I 123 -L 8 -g 0 -n 3000
+    wait_for has_times bridge.log 2 "more frames: the module takes no frames"
+    kill "$bridge" && wait "$bridge"
+    status=$?
+    summary=$(tail -n 1 bridge.log)
+    numbers=$(echo "$summary" | sed 's/.*interfaces, \([0-9]*\) to the module.* --fd, \([0-9]*\) that.*/\1 + \2/')
+    [ "$status" -eq 1 ] && [ $((numbers)) -eq 3000 ]
+    verdict $? "3000 frames to a module that is deaf, its end ($status): ${summary#tavu: }"
+}
+
 interfaces_make
 # The emulated cable takes one command in 4 ms.
 module_begin
@@ -164,4 +179,5 @@ logs
 bridge_begin tavu-sim --
 generated_frames "over a pty" "${frames:-10000}" 1
 bridge_end "bridge over a pty"
+deaf_module
 exit "$failures"
