@@ -145,7 +145,7 @@ std::string data_edit(CAN_FRAME_INFO* frame, std::string_view text) {
         bytes[count++] = static_cast<unsigned char>(byte);
         text.remove_prefix(2);
     }
-    const std::string fault = length_set(frame, static_cast<int>(count));
+    std::string fault = length_set(frame, static_cast<int>(count));
     std::ranges::copy(bytes, frame->data);
     return fault;
 }

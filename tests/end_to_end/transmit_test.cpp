@@ -21,7 +21,7 @@ wait-text transmit_state "No messages" 5
 tab-to transmit_tree
 key Insert
 key Right Return
-key E n g i n e Return
+key e n g i n e Return
 key Right Return
 key Escape
 key Right Return
@@ -39,7 +39,7 @@ key Delete
 wait-text transmit_state "No messages" 5
 close
 )");
-    EXPECT_THAT(output, HasSubstr("transmit_tree[0,1]=Engine"));
+    EXPECT_THAT(output, HasSubstr("transmit_tree[0,1]=engine"));
     EXPECT_THAT(wire, HasSubstr("E0 21 00 00 07 21 12 AB 00 00 00 00 00 00 "));
     EXPECT_THAT(wire, Not(HasSubstr("E0 81")));
 }
