@@ -1,4 +1,5 @@
-// bench/monitor_bench.cpp - benchmark: both windows under load, with the monitor on each of its pages and without.
+// bench/monitor_bench.cpp - benchmark: both windows under load, with the monitor on each of its pages and without,
+// and while it records.
 // Runs in the folder of the interface files, on an X display (tools/with_display will do).
 // Thread: main thread, and one that plays the receive worker.
 // SPDX-License-Identifier: MIT
@@ -7,13 +8,19 @@
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
 
+#include <glib/gstdio.h>
+
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -156,6 +163,42 @@ GtkWidget* in_monitor(std::string_view id) {
     return wanted.found;
 }
 
+// ---- A recording ---------------------------------------------------------------------------
+
+GtkWidget* file_dialog() {
+    GtkWidget* dialog = nullptr;
+    GList* all = gtk_window_list_toplevels();
+    for (const GList* at = all; at != nullptr; at = at->next) {
+        dialog = GTK_IS_FILE_CHOOSER(at->data) ? GTK_WIDGET(at->data) : dialog;
+    }
+    g_list_free(all);
+    return dialog;
+}
+
+void press(const char* id) {
+    gtk_button_clicked(GTK_BUTTON(in_monitor(id)));
+    settle();
+}
+
+// Starts a recording as a user does.
+void record_to(const std::string& path) {
+    press("record_start_btn");
+    GtkFileChooser* chooser = GTK_FILE_CHOOSER(file_dialog());
+    const std::size_t slash = path.rfind('/');
+    gtk_file_chooser_set_current_folder(chooser, path.substr(0, slash).c_str());
+    gtk_file_chooser_set_current_name(chooser, path.substr(slash + 1).c_str());
+    settle();
+    gtk_dialog_response(GTK_DIALOG(chooser), GTK_RESPONSE_OK);
+    settle();
+}
+
+std::ptrdiff_t lines_of(const std::string& path) {
+    std::ifstream file(path);
+    return std::count(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>(), '\n');
+}
+
+// ---- Runs ----------------------------------------------------------------------------------
+
 void print(const char* what, const Run& seen, const Run& without) {
     const double seconds = kRunLength_ms / 1000.0;
     std::printf("%-12s main %5.1f redraws/s, longest gap %4.0f ms", what, seen.main.count / seconds,
@@ -168,7 +211,7 @@ void print(const char* what, const Run& seen, const Run& without) {
                 seen.processor / without.processor);
 }
 
-void run_page(const char* id, const Run& without) {
+int run_page(const char* id, const Run& without) {
     GtkWidget* notebook = in_monitor("monitor_notebook");
     gtk_notebook_set_current_page(GTK_NOTEBOOK(notebook),
                                   gtk_notebook_page_num(GTK_NOTEBOOK(notebook), in_monitor(id)));
@@ -180,6 +223,18 @@ void run_page(const char* id, const Run& without) {
     std::printf("             pushed %d; the monitor: %s; ring full %llu\n", seen.pushed,
                 gtk_label_get_text(GTK_LABEL(in_monitor("monitor_status"))),
                 static_cast<unsigned long long>(traffic_loss().recv_ring_full));
+    return seen.pushed;
+}
+
+void run_recording(const Run& without) {
+    const std::string path =
+        std::string(g_get_tmp_dir()) + "/monitor_bench-" + std::to_string(getpid()) + ".log";
+    record_to(path);
+    std::printf("recording, ");
+    const int pushed = run_page("record", without);
+    press("record_start_btn");  // which is Stop now
+    std::printf("             pushed %d; in the file %td\n", pushed, lines_of(path));
+    g_remove(path.c_str());
 }
 
 }  // namespace
@@ -199,5 +254,6 @@ int main(int argc, char** argv) {
     for (const char* id : kPages) {
         run_page(id, without);
     }
+    run_recording(without);
     return EXIT_SUCCESS;
 }

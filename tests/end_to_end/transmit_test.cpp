@@ -12,7 +12,6 @@ using Transmit = Session;
 
 // Enter edits the cell, Escape leaves it; behind either the keys go on in the list.
 TEST_F(Transmit, AMessageIsMadeSentAndRemovedByKeys) {
-    setenv("XDG_CONFIG_HOME", (folder + "/config").c_str(), 1);
     run(kConnect + kStart + R"(
 click monitor_btn
 wait-window monitor_window 5

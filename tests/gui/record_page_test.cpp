@@ -20,12 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Before the toolkit asks for it, and so before main.
-const bool is_config_scratch = [] {
-    const GText folder(g_dir_make_tmp("tavu-config-XXXXXX", nullptr));
-    return g_setenv("XDG_CONFIG_HOME", folder.get(), TRUE) != FALSE;
-}();
-
 bool is_answered = false;
 
 GtkWidget* widget(const char* id) {
