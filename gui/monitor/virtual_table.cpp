@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kLeastRows = 4;  // for which the window always leaves room
 constexpr int kUnmeasured_px = 1;
+constexpr int kExpanderPadding_px = 4;
 constexpr const char* kMarkupBegin = "<span font=\"Monospace 10\">";
 constexpr const char* kMarkupEnd = "</span>";
 
@@ -141,7 +142,10 @@ void show_cursor(VirtualTable* table) {
 // Measures the font once for all rows; grown columns are as they began.
 void measure(VirtualTable* table) {
     int separator_px = 0;
-    gtk_widget_style_get(GTK_WIDGET(table->tree), "vertical-separator", &separator_px, nullptr);
+    int expander_px = 0;
+    gtk_widget_style_get(GTK_WIDGET(table->tree), "vertical-separator", &separator_px,
+                         "expander-size", &expander_px, nullptr);
+    table->row_px = expander_px + kExpanderPadding_px;  // no row of a view is less high
     for (TableColumn& column : table->columns) {
         int heading_px = 0;
         const GtkRequisition size_px = cell_px(table, column, column.setup->widest);
@@ -150,21 +154,14 @@ void measure(VirtualTable* table) {
         gtk_tree_view_column_set_min_width(column.view, heading_px);
         set_natural_px(&column, std::max(size_px.width, heading_px));
         column.longest = std::strlen(column.setup->widest);
-        table->row_px = size_px.height + separator_px;
+        table->row_px = std::max(table->row_px, size_px.height + separator_px);
     }
     gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(table->scrolled),
                                                (kLeastRows + 1) * table->row_px);
 }
 
-// Takes the height of a row that is shown, which is what counts.
 void count_fitting(VirtualTable* table) {
     GdkRectangle area;
-    if (table->rows_built > 0) {
-        GtkTreePath* first = gtk_tree_path_new_first();
-        gtk_tree_view_get_background_area(table->tree, first, nullptr, &area);
-        gtk_tree_path_free(first);
-        table->row_px = area.height > 0 ? area.height : table->row_px;
-    }
     gtk_tree_view_get_visible_rect(table->tree, &area);
     table->fitting = static_cast<std::uint64_t>(std::max(0, area.height) / table->row_px);
 }
@@ -458,7 +455,7 @@ void virtual_table_load(VirtualTable* table, GKeyFile* settings, const char* gro
     for (std::size_t i = 0; i < table->columns.size(); ++i) {
         const TableColumn& column = table->columns[i];
         const int value =
-            setting_int(settings, group, column.setup->id, -kWidest_px, kWidest_px, kNone);
+            setting_int(settings, group, key_of(column).c_str(), -kWidest_px, kWidest_px, kNone);
         if (value == kNone) {
             continue;
         }

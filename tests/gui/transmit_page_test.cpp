@@ -31,7 +31,7 @@ struct TransmitPage : UiTest {
         g_key_file_set_integer(settings.get(), "window", "page", 3);
         settings_save(settings.get());
         monitor_open();
-        ASSERT_TRUE(run_until([this] { return gtk_widget_get_mapped(tree()) != FALSE; }));
+        ASSERT_TRUE(run_until([] { return gtk_widget_get_mapped(tree()) != FALSE; }));
     }
     void TearDown() override {
         monitor_close();
