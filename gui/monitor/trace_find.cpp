@@ -89,15 +89,10 @@ gboolean go_on(gpointer /*user_data*/) {
 std::uint64_t first_row(bool is_backwards) {
     const RowRange selected = virtual_table_selected(table);
     const RowRange seen = virtual_table_visible(table);
-    const RowRange all = trace_rows_range(rows);
     if (is_backwards) {
-        const std::uint64_t behind = selected.count() > 0 ? selected.first : seen.end;
-        return behind > all.first ? behind - 1 : all.end;
+        return selected.count() > 0 ? selected.first : seen.end;
     }
-    if (selected.count() == 0) {
-        return seen.first;
-    }
-    return selected.end < all.end ? selected.end : all.first;
+    return selected.count() > 0 ? selected.end : seen.first;
 }
 
 void begin_search(bool is_backwards) {
@@ -205,6 +200,15 @@ void trace_find_renumbered() {
     if (search_idle != 0) {
         end_search();
         say("The search has ended: other frames are shown now.");
+    }
+}
+
+void trace_find_refresh() {
+    if (search_idle != 0) {
+        const guint idle = search_idle;
+        if (go_on(nullptr) == G_SOURCE_REMOVE) {
+            g_source_remove(idle);
+        }
     }
 }
 

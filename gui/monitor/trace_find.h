@@ -21,6 +21,9 @@ void trace_find_close();
 // The rows have got other numbers: ends a search that runs and says so.
 void trace_find_renumbered();
 
+// Goes on with a search, which so comes to its end when the machine has no time to spare.
+void trace_find_refresh();
+
 // Escape: ends the search that runs, or hides the line. False: there was nothing to end.
 bool trace_find_escape();
 

@@ -218,8 +218,9 @@ void begin_rows() {
 void show_status() {
     const std::uint64_t kept = history_end(history.get()) - history_begin(history.get());
     const std::uint64_t bytes = history_bytes(history.get()) + trace_rows_bytes(&rows);
-    std::string text = std::to_string(kept) + (kept == 1 ? " frame in " : " frames in ") +
-                       std::to_string((bytes + kMegabyte - 1) / kMegabyte) + " MB";
+    std::string text =
+        std::to_string(kept) + (kept == 1 ? " frame in " : " frames in ") +
+        std::to_string(std::max<std::uint64_t>((bytes + kMegabyte / 2) / kMegabyte, 1)) + " MB";
     if (!rows.is_unfiltered) {
         text += ", " + std::to_string(trace_rows_range(&rows).count()) + " pass the filter";
     }
@@ -354,6 +355,7 @@ void refresh(bool is_page_shown) {
     history_tidy(history.get());
     if (is_page_shown) {
         show_rows();
+        trace_find_refresh();
         show_status();
         show_copy();
     }

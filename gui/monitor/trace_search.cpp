@@ -97,15 +97,18 @@ bool search_matches(const SearchFor& wanted, const trace::Record& record) {
            end;
 }
 
-void search_begin(Search* search, const SearchFor& wanted, RowRange range, std::uint64_t row,
+void search_begin(Search* search, const SearchFor& wanted, RowRange range, std::uint64_t from,
                   bool is_backwards) {
     *search = {};
     search->wanted = wanted;
     search->is_backwards = is_backwards;
     search->range = range;
     search->left = range.count();
-    if (range.count() > 0) {
-        search->row = std::clamp(row, range.first, range.end - 1);
+    search->is_around = is_backwards ? from <= range.first : from >= range.end;
+    if (search->is_around) {
+        search->row = is_backwards && range.count() > 0 ? range.end - 1 : range.first;
+    } else {
+        search->row = is_backwards ? std::min(from, range.end) - 1 : std::max(from, range.first);
     }
 }
 

@@ -41,8 +41,8 @@ struct Search {
     bool is_around = false;  // it has gone on at the other end
 };
 
-// Begins at a row, or at the nearest that there is.
-void search_begin(Search* search, const SearchFor& wanted, RowRange range, std::uint64_t row,
+// Begins with a row, or backwards with the one before it; where there is none, at the other end.
+void search_begin(Search* search, const SearchFor& wanted, RowRange range, std::uint64_t from,
                   bool is_backwards);
 
 // Goes on for no longer than a slice.

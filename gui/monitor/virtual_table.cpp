@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kLeastRows = 4;  // for which the window always leaves room
 constexpr int kUnmeasured_px = 1;
+constexpr int kExpanderPadding_px = 4;
 constexpr const char* kMarkupBegin = "<span font=\"Monospace 10\">";
 constexpr const char* kMarkupEnd = "</span>";
 
@@ -141,7 +142,10 @@ void show_cursor(VirtualTable* table) {
 // Measures the font once for all rows; grown columns are as they began.
 void measure(VirtualTable* table) {
     int separator_px = 0;
-    gtk_widget_style_get(GTK_WIDGET(table->tree), "vertical-separator", &separator_px, nullptr);
+    int expander_px = 0;
+    gtk_widget_style_get(GTK_WIDGET(table->tree), "vertical-separator", &separator_px,
+                         "expander-size", &expander_px, nullptr);
+    table->row_px = expander_px + kExpanderPadding_px;  // no row of a view is less high
     for (TableColumn& column : table->columns) {
         int heading_px = 0;
         const GtkRequisition size_px = cell_px(table, column, column.setup->widest);
@@ -150,27 +154,20 @@ void measure(VirtualTable* table) {
         gtk_tree_view_column_set_min_width(column.view, heading_px);
         set_natural_px(&column, std::max(size_px.width, heading_px));
         column.longest = std::strlen(column.setup->widest);
-        table->row_px = size_px.height + separator_px;
+        table->row_px = std::max(table->row_px, size_px.height + separator_px);
     }
     gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(table->scrolled),
                                                (kLeastRows + 1) * table->row_px);
 }
 
-// Takes the height of a row that is shown, which is what counts.
 void count_fitting(VirtualTable* table) {
     GdkRectangle area;
-    if (table->rows_built > 0) {
-        GtkTreePath* first = gtk_tree_path_new_first();
-        gtk_tree_view_get_background_area(table->tree, first, nullptr, &area);
-        gtk_tree_path_free(first);
-        table->row_px = area.height > 0 ? area.height : table->row_px;
-    }
     gtk_tree_view_get_visible_rect(table->tree, &area);
     table->fitting = static_cast<std::uint64_t>(std::max(0, area.height) / table->row_px);
 }
 
-gboolean lay_out(gpointer user_data) {
-    auto* table = static_cast<VirtualTable*>(user_data);
+// Does what a change of size or style has left to be done.
+void lay_out(VirtualTable* table) {
     table->layout_idle = 0;
     if (table->is_unmeasured) {
         measure(table);
@@ -178,6 +175,11 @@ gboolean lay_out(gpointer user_data) {
     }
     count_fitting(table);
     table_place(table, table->top);
+}
+
+gboolean on_idle(gpointer user_data) {
+    auto* table = static_cast<VirtualTable*>(user_data);
+    lay_out(table);
     virtual_table_refresh(table);
     return G_SOURCE_REMOVE;
 }
@@ -185,12 +187,16 @@ gboolean lay_out(gpointer user_data) {
 // The model cannot change while the view is being laid out.
 void lay_out_soon(VirtualTable* table) {
     if (table->layout_idle == 0) {
-        table->layout_idle = g_idle_add_full(GTK_PRIORITY_RESIZE - 1, lay_out, table, nullptr);
+        table->layout_idle = g_idle_add_full(GTK_PRIORITY_RESIZE - 1, on_idle, table, nullptr);
     }
 }
 
-void on_size(GtkWidget* /*tree*/, GdkRectangle* /*area*/, gpointer table) {
-    lay_out_soon(static_cast<VirtualTable*>(table));
+void on_size(GtkWidget* /*tree*/, GdkRectangle* area, gpointer user_data) {
+    auto* table = static_cast<VirtualTable*>(user_data);
+    if (table->height_px != area->height) {
+        table->height_px = area->height;
+        lay_out_soon(table);
+    }
 }
 
 void on_style(GtkWidget* /*tree*/, gpointer user_data) {
@@ -371,6 +377,10 @@ void virtual_table_follow(VirtualTable* table, bool is_following) {
 }
 
 void virtual_table_refresh(VirtualTable* table) {
+    if (table->layout_idle != 0) {
+        g_source_remove(table->layout_idle);  // under load it might come late
+        lay_out(table);
+    }
     const std::uint64_t shown = std::min(table->fitting, table->all.end - table->top);
     fit_model(table, static_cast<std::size_t>(shown));
     show_cursor(table);
@@ -449,7 +459,7 @@ void virtual_table_load(VirtualTable* table, GKeyFile* settings, const char* gro
     for (std::size_t i = 0; i < table->columns.size(); ++i) {
         const TableColumn& column = table->columns[i];
         const int value =
-            setting_int(settings, group, column.setup->id, -kWidest_px, kWidest_px, kNone);
+            setting_int(settings, group, key_of(column).c_str(), -kWidest_px, kWidest_px, kNone);
         if (value == kNone) {
             continue;
         }
