@@ -142,6 +142,8 @@ TEST_F(TracePage, ShowsEveryKindOfFrameAndItsTimesOnEitherClock) {
                      "4|3.000001|1|Received||Error||Transmit errors 136, receive errors 3, error "
                      "passive",
                      "5|3.000000|2|Received||Error||Protocol status 01 02 03"}));
+    GtkTreeViewColumn* data = gtk_tree_view_get_column(GTK_TREE_VIEW(by_id("trace_table")), 7);
+    EXPECT_GT(gtk_tree_view_column_get_fixed_width(data), 300) << "it grows to the longest text";
     const auto times = [](const char* mode, const char* clock) {
         use(by_id("trace_time"), mode);
         use(by_id("trace_clock"), clock);
