@@ -119,8 +119,9 @@ void take_text(GtkWidget* /*widget*/, gpointer /*user_data*/) {
     is_wanted =
         search_parse(is_data ? kSearchData : kSearchFrames, text, &wanted, &fault) == TAVU_SUCCESS;
     const bool is_fault = !is_wanted && text[0] != '\0';
-    (is_fault ? gtk_style_context_add_class : gtk_style_context_remove_class)(
-        gtk_widget_get_style_context(find.entry), GTK_STYLE_CLASS_ERROR);
+    // A mark, and no colour of the text: the theme's red is hard to read on a dark ground.
+    gtk_entry_set_icon_from_icon_name(GTK_ENTRY(find.entry), GTK_ENTRY_ICON_SECONDARY,
+                                      is_fault ? "dialog-warning-symbolic" : nullptr);
     say(is_fault ? fault.c_str() : "");
     gtk_widget_set_tooltip_text(find.status, is_fault ? fault.c_str() : nullptr);
     for (GtkWidget* button : {find.next, find.previous}) {

@@ -166,8 +166,8 @@ void count_fitting(VirtualTable* table) {
     table->fitting = static_cast<std::uint64_t>(std::max(0, area.height) / table->row_px);
 }
 
-gboolean lay_out(gpointer user_data) {
-    auto* table = static_cast<VirtualTable*>(user_data);
+// Does what a change of size or style has left to be done.
+void lay_out(VirtualTable* table) {
     table->layout_idle = 0;
     if (table->is_unmeasured) {
         measure(table);
@@ -175,6 +175,11 @@ gboolean lay_out(gpointer user_data) {
     }
     count_fitting(table);
     table_place(table, table->top);
+}
+
+gboolean on_idle(gpointer user_data) {
+    auto* table = static_cast<VirtualTable*>(user_data);
+    lay_out(table);
     virtual_table_refresh(table);
     return G_SOURCE_REMOVE;
 }
@@ -182,12 +187,16 @@ gboolean lay_out(gpointer user_data) {
 // The model cannot change while the view is being laid out.
 void lay_out_soon(VirtualTable* table) {
     if (table->layout_idle == 0) {
-        table->layout_idle = g_idle_add_full(GTK_PRIORITY_RESIZE - 1, lay_out, table, nullptr);
+        table->layout_idle = g_idle_add_full(GTK_PRIORITY_RESIZE - 1, on_idle, table, nullptr);
     }
 }
 
-void on_size(GtkWidget* /*tree*/, GdkRectangle* /*area*/, gpointer table) {
-    lay_out_soon(static_cast<VirtualTable*>(table));
+void on_size(GtkWidget* /*tree*/, GdkRectangle* area, gpointer user_data) {
+    auto* table = static_cast<VirtualTable*>(user_data);
+    if (table->height_px != area->height) {
+        table->height_px = area->height;
+        lay_out_soon(table);
+    }
 }
 
 void on_style(GtkWidget* /*tree*/, gpointer user_data) {
@@ -368,6 +377,10 @@ void virtual_table_follow(VirtualTable* table, bool is_following) {
 }
 
 void virtual_table_refresh(VirtualTable* table) {
+    if (table->layout_idle != 0) {
+        g_source_remove(table->layout_idle);  // under load it might come late
+        lay_out(table);
+    }
     const std::uint64_t shown = std::min(table->fitting, table->all.end - table->top);
     fit_model(table, static_cast<std::size_t>(shown));
     show_cursor(table);

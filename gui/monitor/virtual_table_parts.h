@@ -30,6 +30,7 @@ struct VirtualTable {
     RowRange all{};
     std::uint64_t top = 0;      // first row in sight
     std::uint64_t fitting = 0;  // rows for which the view has the height
+    int height_px = 0;          // of the view
     int row_px = 1;
     bool is_following = false;
     bool is_placing = false;  // the scrollbar is moved by the table itself

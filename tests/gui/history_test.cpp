@@ -5,9 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <numeric>
+#include <tuple>
 
 namespace {
 
@@ -42,8 +43,13 @@ trace::Record sample(std::uint64_t number) {
 }
 
 bool is_same(const trace::Record& one, const trace::Record& other) {
-    return one.time_us == other.time_us && one.is_sent == other.is_sent &&
-           std::memcmp(&one.frame, &other.frame, sizeof one.frame) == 0;
+    const auto fields = [](const trace::Record& record) {
+        const CAN_FRAME_INFO& frame = record.frame;
+        return std::tie(record.time_us, record.is_sent, frame.CAN_port, frame.id_type, frame.rtr,
+                        frame.dlc, frame.msg_type, frame.brs, frame.esi, frame.fdf, frame.id,
+                        frame.timestamp.second, frame.timestamp.micro_second);
+    };
+    return fields(one) == fields(other) && std::ranges::equal(one.frame.data, other.frame.data);
 }
 
 // The first number whose frame is not what was added under it; history_end when all are.

@@ -135,13 +135,15 @@ TEST_F(TracePage, ShowsEveryKindOfFrameAndItsTimesOnEitherClock) {
     add("can0 20000204#0020000000008803 R", 3'000'001);
     add("can1 20000008#0000000000010203 R", 3'000'000);
     ASSERT_TRUE(shows(-1, "5"));
-    EXPECT_EQ(rows_of(by_id("trace_table"), kColumns),
-              (Lines{"1|1.000000|1|Received|123|Classic|2|11 22",
-                     "2|1.250000|2|Sent|18FEF100|FD BRS ESI|4|11 22 33 44",
-                     "3|3.000000|1|Received|7FF|Remote|5|",
-                     "4|3.000001|1|Received||Error||Transmit errors 136, receive errors 3, error "
-                     "passive",
-                     "5|3.000000|2|Received||Error||Protocol status 01 02 03"}));
+    const std::string counters = "Transmit errors 136, receive errors 3, error passive";
+    EXPECT_EQ(
+        rows_of(by_id("trace_table"), kColumns),
+        (Lines{"1|1.000000|1|Received|123|Classic|2|11 22",
+               "2|1.250000|2|Sent|18FEF100|FD BRS ESI|4|11 22 33 44",
+               "3|3.000000|1|Received|7FF|Remote|5|", "4|3.000001|1|Received||Error||" + counters,
+               "5|3.000000|2|Received||Error||Protocol status 01 02 03"}));
+    GtkTreeViewColumn* data = gtk_tree_view_get_column(GTK_TREE_VIEW(by_id("trace_table")), 7);
+    EXPECT_GT(gtk_tree_view_column_get_fixed_width(data), 300) << "it grows to the longest text";
     const auto times = [](const char* mode, const char* clock) {
         use(by_id("trace_time"), mode);
         use(by_id("trace_clock"), clock);
