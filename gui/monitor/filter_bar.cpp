@@ -27,10 +27,10 @@ FrameFilter filter;
 void (*tell_changed)() = nullptr;
 
 void show_fault(const char* text) {
-    GtkStyleContext* style = gtk_widget_get_style_context(bar.entry);
     const bool is_fault = text[0] != '\0';
-    (is_fault ? gtk_style_context_add_class : gtk_style_context_remove_class)(
-        style, GTK_STYLE_CLASS_ERROR);
+    // A mark, and no colour of the text: the theme's red is hard to read on a dark ground.
+    gtk_entry_set_icon_from_icon_name(GTK_ENTRY(bar.entry), GTK_ENTRY_ICON_PRIMARY,
+                                      is_fault ? "dialog-warning-symbolic" : "edit-find-symbolic");
     gtk_label_set_text(GTK_LABEL(bar.fault), text);
     gtk_widget_set_visible(bar.fault, is_fault ? TRUE : FALSE);
 }

@@ -67,8 +67,8 @@ TEST_F(Monitor, AFilterThatIsNoneIsMarkedAndTheOneBeforeHolds) {
     EXPECT_FALSE(gtk_widget_get_visible(by_id("filter_fault")));
     use(by_id("filter_entry"), "can2 100-");
     EXPECT_TRUE(gtk_widget_get_visible(by_id("filter_fault")));
-    EXPECT_TRUE(gtk_style_context_has_class(gtk_widget_get_style_context(by_id("filter_entry")),
-                                            GTK_STYLE_CLASS_ERROR));
+    EXPECT_STREQ(gtk_entry_get_icon_name(GTK_ENTRY(by_id("filter_entry")), GTK_ENTRY_ICON_PRIMARY),
+                 "dialog-warning-symbolic");
     EXPECT_TRUE(filter_matches(monitor_filter(), frame_of(1, TAVU_CAN_2), false));
     EXPECT_FALSE(filter_matches(monitor_filter(), frame_of(1), false));
     use(by_id("filter_entry"), "");
