@@ -41,8 +41,9 @@ cell trace_table 0 4
 key <Alt>i
 tab-to identifiers_descending
 key space
-cell identifiers_table 0 2
 wait identifiers_table 10 5
+sleep 1000
+cell identifiers_table 0 2
 key <Alt>b
 expect bus_bit_rate_1 "500 kbit/s"
 expect bus_losses Nothing
