@@ -181,6 +181,7 @@ int update_BS_frame(gpointer /*user_data*/) {
     }
     const int taken_cnt = drain_rings();
     frame_log_flush();
+    monitor_flush();
     if (!is_recv_normal) {
         batch_shown();
     }

@@ -162,8 +162,13 @@ class BatchClock {
         now_ms_ = time_of_day_ms(text);
     }
     std::int64_t time_us(const CAN_FRAME_INFO& report) const {
-        const milliseconds age{now_ms_ - time_of_day_ms(report.recv_time)};
-        return (now_ - (age.count() < 0 ? age + std::chrono::days{1} : age)).count();
+        using namespace std::chrono_literals;
+        milliseconds age{now_ms_ - time_of_day_ms(report.recv_time)};
+        if (age < -12h) {  // it came before midnight
+            age += 24h;
+        }
+        // A clock that was set back meanwhile tells no age.
+        return (now_ - std::max(age, milliseconds{0})).count();
     }
 
   private:

@@ -9,6 +9,8 @@
 
 #include "lib/lib_tavu_2.h"
 
+#include <string>
+
 namespace {
 
 constexpr const char* kGroup = "window";
@@ -24,6 +26,7 @@ constexpr WidgetField kFields[] = {{"filter_entry", &bar.entry}, {"filter_fault"
 static_assert(fills_all_but<FilterBar>(0, kFields));
 
 FrameFilter filter;
+std::string filter_text;  // of the filter that holds
 void (*tell_changed)() = nullptr;
 
 void show_fault(const char* text) {
@@ -38,7 +41,9 @@ void show_fault(const char* text) {
 // "changed" of the entry. While the text is no filter, the one before holds.
 void take_text(GtkWidget* /*entry*/, gpointer /*user_data*/) {
     FilterError error;
-    if (filter_parse(gtk_entry_get_text(GTK_ENTRY(bar.entry)), &filter, &error) == TAVU_SUCCESS) {
+    const char* text = gtk_entry_get_text(GTK_ENTRY(bar.entry));
+    if (filter_parse(text, &filter, &error) == TAVU_SUCCESS) {
+        filter_text = text;
         show_fault("");
         tell_changed();
     } else {
@@ -51,6 +56,7 @@ void take_text(GtkWidget* /*entry*/, gpointer /*user_data*/) {
 void filter_bar_open(GtkBuilder* builder, void (*changed)()) {
     lookup_all(builder, kFields);
     filter = {};
+    filter_text.clear();
     tell_changed = changed;
     g_signal_connect(bar.entry, "changed", G_CALLBACK(take_text), nullptr);
 }
@@ -66,5 +72,5 @@ void filter_bar_load(GKeyFile* settings) {
 }
 
 void filter_bar_save(GKeyFile* settings) {
-    g_key_file_set_string(settings, kGroup, kKey, gtk_entry_get_text(GTK_ENTRY(bar.entry)));
+    g_key_file_set_string(settings, kGroup, kKey, filter_text.c_str());
 }

@@ -268,8 +268,9 @@ void history_clear(History* history) {
     history->newest_bytes = 0;
 }
 
-void history_tidy(History* history) {
+bool history_tidy(History* history) {
     for (int i = 0; i < kTidyBlocks && !history->dropped.empty(); ++i) {
         history->dropped.pop_front();
     }
+    return history->dropped.empty();
 }

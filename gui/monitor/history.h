@@ -61,7 +61,7 @@ std::uint64_t history_bytes(const History* history);
 void history_clear(History* history);
 
 // Gives back some of the memory of what clear and set_limit have dropped: to give back gigabytes at
-// once would take long. Call it again and again; without effect when all is given back.
-void history_tidy(History* history);
+// once would take long. Call it again and again; true, and without effect, when all is given back.
+bool history_tidy(History* history);
 
 #endif

@@ -1,8 +1,10 @@
 // gui/monitor/identifiers_list.cpp - user interface: orders identifiers, follows their changed bytes.
-// Uses trace/statistics.h, gui/monitor/filter.h.
+// Uses trace/statistics.h, gui/monitor/filter.h, gui/monitor/trace_text.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "gui/monitor/identifiers_list.h"
+
+#include "gui/monitor/trace_text.h"
 
 #include <algorithm>
 #include <array>
@@ -62,7 +64,7 @@ std::uint64_t key_of(const trace::StatisticsRow& row, int column) {
         case kIdKind:
             return kind_key(row.last);
         case kIdLength:
-            return number(trace::payload_bytes(row.last));
+            return number(shown_length(row.last));
         case kIdCount:
             return row.count;
         case kIdPeriod:
@@ -95,16 +97,6 @@ void append_period(const trace::StatisticsRow& row, double period_us, std::strin
     if (row.periods > 0) {
         append_number(text, "%.3f", period_us / 1000);
     }
-}
-
-void append_kind(const CAN_FRAME_INFO& frame, std::string* text) {
-    if (frame.fdf != TAVU_FDF_ON) {
-        *text += frame.rtr == TAVU_EN_RTR ? "Remote" : "Classic";
-        return;
-    }
-    *text += "FD";
-    *text += frame.brs == TAVU_BRS_ON ? " BRS" : "";
-    *text += frame.esi == 0 ? "" : " ESI";
 }
 
 void append_time(std::int64_t time_us, std::string* text) {
@@ -246,13 +238,13 @@ void identifiers_write(const IdentifierList& list, std::uint32_t row, int column
             *text += data.is_sent ? "Sent" : "Received";
             break;
         case kIdIdentifier:
-            append_number(text, data.id_type == TAVU_EID ? "%08X" : "%03X", data.id);
+            identifier_text(data.last, text);
             break;
         case kIdKind:
-            append_kind(data.last, text);
+            kind_text(data.last, text);
             break;
         case kIdLength:
-            append_number(text, "%d", trace::payload_bytes(data.last));
+            length_text(data.last, text);
             break;
         case kIdCount:
             *text += std::to_string(data.count);

@@ -12,7 +12,11 @@
 
 #include "trace/record.h"
 
+#include <algorithm>
 #include <array>
+#include <span>
+#include <string>
+#include <vector>
 
 GtkWidget* monitor_btn = nullptr;
 
@@ -22,6 +26,7 @@ constexpr const char* kResources = "/org/tavu/utility/monitor/";
 constexpr const char* kGroup = "window";
 constexpr guint kRefreshPeriod_ms = 33;
 constexpr gint64 kRatePeriod_us = G_USEC_PER_SEC;
+constexpr gint64 kSavePeriod_us = 5 * G_USEC_PER_SEC;
 
 constexpr std::array kPages{&kTracePage, &kIdentifiersPage, &kBusPage, &kTransmitPage,
                             &kRecordPage};
@@ -45,6 +50,18 @@ std::int64_t since_us = 0;
 gint64 rate_from_us = 0;
 std::uint64_t rate_from_cnt = 0;
 double frames_per_s = 0;
+
+gint64 saved_us = 0;     // when the settings were last looked at
+std::string saved_text;  // and what they were
+
+// Records of the two rings that came since the last flush, each in the order of time. The display
+// timer takes them in turn, and so a few sent ones among many older received ones.
+struct CameRecords {
+    std::vector<trace::Record> sent;
+    std::vector<trace::Record> received;
+};
+CameRecords came;
+constexpr std::size_t kCameMost = 65536;  // of a backlog; a tick brings a few thousand at most
 
 constexpr WidgetField kFields[] = {
     {"monitor_window", &monitor.window}, {"monitor_notebook", &monitor.notebook},
@@ -106,17 +123,6 @@ int shown_page() {
     return gtk_notebook_get_current_page(GTK_NOTEBOOK(monitor.notebook));
 }
 
-gboolean refresh(gpointer /*user_data*/) {
-    measure_rate();
-    show_status();
-    for (std::size_t i = 0; i < kPages.size(); ++i) {
-        if (kPages[i]->refresh != nullptr) {
-            kPages[i]->refresh(static_cast<int>(i) == shown_page());
-        }
-    }
-    return G_SOURCE_CONTINUE;
-}
-
 void add_to_pages(const trace::Record& record) {
     if (!trace::frame_is_valid(record.frame)) {
         ++odd_cnt;
@@ -139,6 +145,7 @@ void tell_filter_changed() {
 }
 
 void clear_pages() {
+    monitor_flush();
     begin_count();
     for (const MonitorPage* page : kPages) {
         if (page->clear != nullptr) {
@@ -169,8 +176,12 @@ void load_settings() {
                                   setting_int(settings.get(), kGroup, "page", 0, last, 0));
 }
 
-void save_settings() {
-    const SettingsRef settings = settings_load();
+std::string settings_text(GKeyFile* settings) {
+    return GText(g_key_file_to_data(settings, nullptr, nullptr)).get();
+}
+
+SettingsRef present_settings() {
+    SettingsRef settings = settings_load();
     int width_px = 0;
     int height_px = 0;
     gtk_window_get_size(GTK_WINDOW(monitor.window), &width_px, &height_px);
@@ -183,7 +194,38 @@ void save_settings() {
             page->save(settings.get());
         }
     }
-    settings_save(settings.get());
+    return settings;
+}
+
+// Saves what is to be remembered if it has changed, `period_us` after the last time at the earliest:
+// not only at the end, which a crash leaves out.
+void save_changes(gint64 period_us) {
+    const gint64 now_us = g_get_monotonic_time();
+    if (now_us - saved_us < period_us) {
+        return;
+    }
+    saved_us = now_us;
+    const SettingsRef settings = present_settings();
+    const std::string text = settings_text(settings.get());
+    if (saved_text != text) {
+        saved_text = text;
+        settings_save(settings.get());
+    }
+}
+
+// ---- Window ----
+
+gboolean refresh(gpointer /*user_data*/) {
+    monitor_flush();
+    save_changes(kSavePeriod_us);
+    measure_rate();
+    show_status();
+    for (std::size_t i = 0; i < kPages.size(); ++i) {
+        if (kPages[i]->refresh != nullptr) {
+            kPages[i]->refresh(static_cast<int>(i) == shown_page());
+        }
+    }
+    return G_SOURCE_CONTINUE;
 }
 
 gboolean on_delete(GtkWidget* /*window*/, GdkEvent* /*event*/, gpointer /*user_data*/) {
@@ -218,6 +260,8 @@ void monitor_open() {
         begin_count();
         build_window();
         load_settings();
+        saved_us = g_get_monotonic_time();
+        saved_text = settings_text(present_settings().get());
         show_status();
         refresh_timer = g_timeout_add(kRefreshPeriod_ms, refresh, nullptr);
         gtk_widget_show(monitor.window);
@@ -230,7 +274,10 @@ void monitor_close() {
         return;
     }
     g_source_remove(refresh_timer);
-    save_settings();
+    monitor_flush();
+    // An editor that has the focus would be told of it once it is gone with its table.
+    gtk_window_set_focus(GTK_WINDOW(monitor.window), nullptr);
+    save_changes(0);
     for (const MonitorPage* page : kPages) {
         if (page->close != nullptr) {
             page->close();
@@ -241,21 +288,43 @@ void monitor_close() {
 }
 
 void monitor_add(const QUEUED_INFO& queued, bool is_recv) {
-    if (monitor.window != nullptr) {
-        add_to_pages(
-            {.time_us = queued.time_us, .is_sent = !is_recv, .frame = queued.record.frame_info});
+    if (monitor.window == nullptr) {
+        return;
     }
+    (is_recv ? came.received : came.sent)
+        .push_back(
+            {.time_us = queued.time_us, .is_sent = !is_recv, .frame = queued.record.frame_info});
+    if (came.received.size() + came.sent.size() >= kCameMost) {
+        monitor_flush();
+    }
+}
+
+void monitor_flush() {
+    const auto earlier = [](const trace::Record& one, const trace::Record& other) {
+        return one.time_us < other.time_us;
+    };
+    const auto& [sent, received] = came;
+    auto next_sent = sent.begin();
+    for (const trace::Record& record : received) {
+        while (next_sent != sent.end() && earlier(*next_sent, record)) {
+            add_to_pages(*next_sent++);
+        }
+        add_to_pages(record);
+    }
+    std::for_each(next_sent, sent.end(), add_to_pages);
+    came.sent.clear();
+    came.received.clear();
 }
 
 void monitor_report(const CAN_FRAME_INFO& report) {
     if (monitor.window == nullptr) {
         return;
     }
+    monitor_flush();
     std::array<CAN_FRAME_INFO, TAVU_CHANNEL_CNT> frames{};
     const int count = trace::error_frames(report, &frames);
-    for (int i = 0; i < count; ++i) {
-        add_to_pages(
-            {.time_us = trace::time_now_us(), .frame = frames[static_cast<std::size_t>(i)]});
+    for (const CAN_FRAME_INFO& frame : std::span(frames).first(static_cast<std::size_t>(count))) {
+        add_to_pages({.time_us = trace::time_now_us(), .frame = frame});
     }
 }
 

@@ -26,7 +26,11 @@ void monitor_close();
 // closed that costs a comparison.
 void monitor_add(const QUEUED_INFO& queued, bool is_recv);
 
-// The same for a report out of the mailbox.
+// Hands what was added since the last call to the pages, in the order of time. After each tick of the
+// display timer.
+void monitor_flush();
+
+// Hands the monitor a report out of the mailbox.
 void monitor_report(const CAN_FRAME_INFO& report);
 
 #endif

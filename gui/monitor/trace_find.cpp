@@ -68,6 +68,16 @@ const char* found_text() {
     return search.is_backwards ? "Found from the end on." : "Found from the beginning on.";
 }
 
+const char* not_found_text() {
+    constexpr int kMostlyDone = 95;  // per cent; while frames come, the filter is never quite done
+    if (rows->is_unfiltered) {
+        return "No frame has that.";
+    }
+    return trace_rows_progress(rows) < kMostlyDone
+               ? "No frame so far has that, but the filter is still at work."
+               : "No frame that passes the filter has that.";
+}
+
 gboolean go_on(gpointer /*user_data*/) {
     const SearchState state = search_go_on(&search, rows);
     if (state == kSearching) {
@@ -79,8 +89,7 @@ gboolean go_on(gpointer /*user_data*/) {
         say(found_text());
         tell_found(search.row);
     } else {
-        say(rows->is_unfiltered ? "No frame has that."
-                                : "No frame that passes the filter has that.");
+        say(not_found_text());
     }
     return G_SOURCE_REMOVE;
 }

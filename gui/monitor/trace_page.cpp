@@ -325,11 +325,28 @@ void open(GtkBuilder* builder) {
     }
 }
 
+// The frames of a window that was closed: gigabytes at once would hold the main window up.
+HistoryPointer old_history;
+guint giving_back = 0;
+
+gboolean give_back(gpointer /*user_data*/) {
+    if (!history_tidy(old_history.get())) {
+        return G_SOURCE_CONTINUE;
+    }
+    old_history.reset();
+    giving_back = 0;
+    return G_SOURCE_REMOVE;
+}
+
 void close() {
     end_filtering();
     trace_find_close();
     rows = {};
-    history.reset();
+    if (history) {
+        history_clear(history.get());
+        old_history = std::move(history);
+        giving_back = giving_back == 0 ? g_idle_add(give_back, nullptr) : giving_back;
+    }
     table = nullptr;
     trace_page = {};
 }

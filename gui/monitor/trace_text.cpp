@@ -118,11 +118,14 @@ void kind_text(const CAN_FRAME_INFO& frame, std::string* text) {
     }
 }
 
+int shown_length(const CAN_FRAME_INFO& frame) {
+    return frame.rtr != TAVU_DIS_RTR ? std::min(frame.dlc, trace::kClassicBytes)
+                                     : trace::payload_bytes(frame);
+}
+
 void length_text(const CAN_FRAME_INFO& frame, std::string* text) {
     if (trace::frame_is_data(frame)) {
-        *text +=
-            std::to_string(frame.rtr != TAVU_DIS_RTR ? std::min(frame.dlc, trace::kClassicBytes)
-                                                     : trace::payload_bytes(frame));
+        *text += std::to_string(shown_length(frame));
     }
 }
 

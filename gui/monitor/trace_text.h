@@ -1,4 +1,4 @@
-// gui/monitor/trace_text.h - user interface: a frame in the words and digits of the trace page.
+// gui/monitor/trace_text.h - user interface: a frame in the words and digits of the monitor's tables.
 // Only gui/monitor/ and its tests include it.
 // Thread: main (the date is the local one).
 // SPDX-License-Identifier: MIT
@@ -20,7 +20,9 @@ void seconds_text(std::int64_t time_us, std::string* text);
 void identifier_text(const CAN_FRAME_INFO& frame, std::string* text);
 // In the words of the filter: Classic, Remote, FD, FD BRS, FD BRS ESI, Error.
 void kind_text(const CAN_FRAME_INFO& frame, std::string* text);
-// Data bytes, of a remote frame those it asks for; nothing for an error frame.
+// Data bytes, of a remote frame those it asks for.
+int shown_length(const CAN_FRAME_INFO& frame);
+// The same as a number; nothing for an error frame.
 void length_text(const CAN_FRAME_INFO& frame, std::string* text);
 // The bytes, 11 22 33; of an error frame what it says, in words.
 void data_text(const CAN_FRAME_INFO& frame, std::string* text);

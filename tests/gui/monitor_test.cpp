@@ -120,6 +120,52 @@ TEST_F(Monitor, EveryControlOfEveryPageIsWholeAndInReach) {
     gtk_settings_reset_property(gtk_settings_get_default(), "gtk-font-name");
 }
 
+// The display timer takes received and sent records in turn.
+TEST_F(Monitor, HandsOutTheFramesOfATickInTheOrderOfTime) {
+    monitor_open();
+    set_checked(by_id("trace_follow"), true);
+    for (const auto& [time_us, is_recv] :
+         {std::pair{1, true}, {4, false}, {2, true}, {6, false}, {3, true}, {5, true}, {7, true}}) {
+        QUEUED_INFO queued{};
+        queued.record.frame_info = frame_of(static_cast<unsigned>(time_us));
+        queued.time_us = time_us;
+        monitor_add(queued, is_recv);
+    }
+    monitor_flush();
+    gtk_notebook_set_current_page(GTK_NOTEBOOK(by_id("monitor_notebook")), 0);
+    const auto identifiers = [] {
+        std::string all;
+        for (int row = 0;
+             const auto text = ui_script::cell_text(GTK_TREE_VIEW(by_id("trace_table")), row, 4);
+             ++row) {
+            all += *text + ' ';
+        }
+        return all;
+    };
+    EXPECT_TRUE(run_until([&] { return identifiers() == "001 002 003 004 005 006 007 "; }))
+        << identifiers();
+}
+
+// The toolkit would hand the end of the editing on to a table that is gone.
+TEST_F(Monitor, ClosesWhileACellIsBeingEdited) {
+    monitor_open();
+    gtk_notebook_set_current_page(GTK_NOTEBOOK(by_id("monitor_notebook")), 3);
+    use(by_id("transmit_add_btn"));
+    GtkTreeView* list = GTK_TREE_VIEW(by_id("transmit_tree"));
+    ASSERT_TRUE(run_until([=] { return gtk_widget_get_mapped(GTK_WIDGET(list)) != FALSE; }));
+    GtkTreePath* row = gtk_tree_path_new_first();
+    gtk_widget_grab_focus(GTK_WIDGET(list));
+    gtk_tree_view_set_cursor(list, row, gtk_tree_view_get_column(list, 1), TRUE);
+    gtk_tree_path_free(row);
+    EXPECT_TRUE(
+        run_until([] { return GTK_IS_ENTRY(gtk_window_get_focus(GTK_WINDOW(monitor_window()))); }));
+    monitor_close();
+    for (int i = 0; i < 100; ++i) {
+        g_main_context_iteration(nullptr, FALSE);
+    }
+    EXPECT_EQ(monitor_window(), nullptr);
+}
+
 TEST_F(Monitor, SaysWhatAPageHasToSayUntilItIsHidden) {
     monitor_open();
     monitor_say("The file cannot be read.");

@@ -76,6 +76,7 @@ void add_frames(int count, int channel = TAVU_CAN_1) {
         queued.time_us = trace::time_now_us();
         monitor_add(queued, true);
     }
+    monitor_flush();
 }
 
 std::ptrdiff_t lines_of(const fs::path& path) {
