@@ -3,8 +3,6 @@
 // of the interface files, on an X display (tools/with_display will do).
 // Thread: main thread, and one that plays the receive worker.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
-
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
 
@@ -15,6 +13,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
+
+#include "bench/windows.h"
 
 namespace {
 
@@ -235,20 +235,7 @@ void insert_single(const UPBS_INFO& record, bool is_recv) {
 }
 
 void show_window(int* argc, char*** argv) {
-    gtk_init(argc, argv);
-    queues_reset();
-    load_UI();
-    windows = new WINDOWS{};
-    get_windows(windows);
-    cd_init();
-    cs_init();
-    sl_init();
-    rs_init();
-    ss_init();
-    bs_init();
-    ed_init();
-    wgt_show_hide(false, false);
-    gtk_widget_show_all(windows->main_window);
+    show_main_window(argc, argv);
     while (gtk_events_pending() != FALSE) {
         gtk_main_iteration();
     }

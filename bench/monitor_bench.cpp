@@ -3,8 +3,6 @@
 // Runs in the folder of the interface files, on an X display (tools/with_display will do).
 // Thread: main thread, and one that plays the receive worker.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
-
 #include "service/apipart.h"
 #include "service/traffic_queues.h"
 
@@ -23,6 +21,8 @@
 #include <string>
 #include <string_view>
 #include <thread>
+
+#include "bench/windows.h"
 
 namespace {
 
@@ -129,40 +129,6 @@ void settle() {
     }
 }
 
-// ---- The windows ---------------------------------------------------------------------------
-
-struct Wanted {
-    std::string_view id;
-    GtkWidget* found = nullptr;
-};
-
-void look(GtkWidget* widget, gpointer user_data) {
-    auto* wanted = static_cast<Wanted*>(user_data);
-    const char* id = gtk_buildable_get_name(GTK_BUILDABLE(widget));
-    if (id != nullptr && wanted->id == id) {
-        wanted->found = widget;
-    } else if (GTK_IS_CONTAINER(widget)) {
-        gtk_container_forall(GTK_CONTAINER(widget), look, wanted);
-    }
-}
-
-GtkWidget* window_with(std::string_view id) {
-    GtkWidget* window = nullptr;
-    GList* all = gtk_window_list_toplevels();
-    for (const GList* at = all; at != nullptr; at = at->next) {
-        const char* name = gtk_buildable_get_name(GTK_BUILDABLE(at->data));
-        window = name != nullptr && id == name ? GTK_WIDGET(at->data) : window;
-    }
-    g_list_free(all);
-    return window;
-}
-
-GtkWidget* in_monitor(std::string_view id) {
-    Wanted wanted{id};
-    look(window_with("monitor_window"), &wanted);
-    return wanted.found;
-}
-
 // ---- A recording ---------------------------------------------------------------------------
 
 GtkWidget* file_dialog() {
@@ -249,8 +215,7 @@ int main(int argc, char** argv) {
     settle();
     print("no monitor", without, without);
     monitor_open();
-    g_signal_connect_after(window_with("monitor_window"), "draw", G_CALLBACK(on_draw),
-                           &monitor_redraws);
+    g_signal_connect_after(monitor_window(), "draw", G_CALLBACK(on_draw), &monitor_redraws);
     for (const char* id : kPages) {
         run_page(id, without);
     }

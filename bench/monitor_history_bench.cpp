@@ -3,10 +3,8 @@
 // the interface files, on an X display (tools/with_display will do).
 // Thread: main.
 // SPDX-License-Identifier: MIT
-#include "gui/guipart.h"
 #include "gui/monitor/filter.h"
 #include "gui/monitor/history.h"
-#include "gui/monitor/page.h"
 #include "gui/monitor/trace_search.h"
 
 #include "service/apipart.h"
@@ -20,6 +18,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "bench/windows.h"
 
 namespace {
 
@@ -53,39 +53,14 @@ trace::Record sample(std::size_t number) {
 
 // ---- Widgets -------------------------------------------------------------------------------
 
-struct Wanted {
-    std::string_view id;
-    GtkWidget* found = nullptr;
-};
-
-void look(GtkWidget* widget, gpointer user_data) {
-    auto* wanted = static_cast<Wanted*>(user_data);
-    const char* id = gtk_buildable_get_name(GTK_BUILDABLE(widget));
-    if (id != nullptr && wanted->id == id) {
-        wanted->found = widget;
-    } else if (GTK_IS_CONTAINER(widget)) {
-        gtk_container_forall(GTK_CONTAINER(widget), look, wanted);
-    }
-}
-
-GtkWidget* widget_of(std::string_view id) {
-    Wanted wanted{.id = id};
-    look(monitor_window(), &wanted);
-    if (wanted.found == nullptr) {
-        std::fprintf(stderr, "The monitor has no widget %s.\n", std::string(id).c_str());
-        std::exit(EXIT_FAILURE);
-    }
-    return wanted.found;
-}
-
 bool says(const char* id, std::string_view part) {
-    const std::string_view text = gtk_label_get_text(GTK_LABEL(widget_of(id)));
+    const std::string_view text = gtk_label_get_text(GTK_LABEL(in_monitor(id)));
     return text.find(part) != std::string_view::npos;
 }
 
 // The bar of the table stands beside what scrolls sideways.
 GtkAdjustment* rows_of_table() {
-    GtkWidget* line = gtk_widget_get_parent(gtk_widget_get_parent(widget_of("trace_table")));
+    GtkWidget* line = gtk_widget_get_parent(gtk_widget_get_parent(in_monitor("trace_table")));
     GtkAdjustment* rows = nullptr;
     const auto take = [](GtkWidget* child, gpointer found) {
         if (GTK_IS_SCROLLBAR(child)) {
@@ -170,9 +145,9 @@ void bench_filter(const std::vector<trace::Record>& records) {
         return filter_matches(filter, record.frame, record.is_sent);
     });
     const std::string all = std::to_string(kFrames / 100) + " pass the filter";
-    gtk_entry_set_text(GTK_ENTRY(widget_of("filter_entry")), kFilter);
+    gtk_entry_set_text(GTK_ENTRY(in_monitor("filter_entry")), kFilter);
     print("filtered", loop_until([&all] { return says("trace_status", all); }), bare);
-    gtk_entry_set_text(GTK_ENTRY(widget_of("filter_entry")), "");
+    gtk_entry_set_text(GTK_ENTRY(in_monitor("filter_entry")), "");
     loop_until([] { return !says("trace_status", "pass the filter"); });
 }
 
@@ -182,9 +157,9 @@ void bench_search(const std::vector<trace::Record>& records) {
     search_parse(kSearchData, kBytes, &wanted, &fault);
     const double bare = bare_ms(
         records, [&wanted](const trace::Record& record) { return search_matches(wanted, record); });
-    gtk_button_clicked(GTK_BUTTON(widget_of("trace_find")));
-    gtk_entry_set_text(GTK_ENTRY(widget_of("find_entry")), kBytes);
-    gtk_button_clicked(GTK_BUTTON(widget_of("find_next")));
+    gtk_button_clicked(GTK_BUTTON(in_monitor("trace_find")));
+    gtk_entry_set_text(GTK_ENTRY(in_monitor("find_entry")), kBytes);
+    gtk_button_clicked(GTK_BUTTON(in_monitor("find_next")));
     print("searched", loop_until([] { return says("find_status", "No frame"); }), bare);
 }
 
@@ -197,7 +172,7 @@ gboolean on_draw(GtkWidget* /*tree*/, cairo_t* /*cairo*/, gpointer /*user_data*/
 
 // The loop beside it draws the same rows without scrolling.
 void bench_scrolling() {
-    GtkWidget* tree = widget_of("trace_table");
+    GtkWidget* tree = in_monitor("trace_table");
     GtkAdjustment* rows = rows_of_table();
     g_signal_connect_after(tree, "draw", G_CALLBACK(on_draw), nullptr);
     Pauses all[2];
@@ -217,23 +192,10 @@ void bench_scrolling() {
 }
 
 void show_windows(int* argc, char*** argv) {
-    gtk_init(argc, argv);
-    queues_reset();
-    load_UI();
-    windows = new WINDOWS{};
-    get_windows(windows);
-    cd_init();
-    cs_init();
-    sl_init();
-    rs_init();
-    ss_init();
-    bs_init();
-    ed_init();
-    wgt_show_hide(false, false);
-    gtk_widget_show_all(windows->main_window);
+    show_main_window(argc, argv);
     monitor_open();
-    gtk_notebook_set_current_page(GTK_NOTEBOOK(widget_of("monitor_notebook")), 0);
-    loop_until([] { return gtk_widget_get_allocated_height(widget_of("trace_table")) > kPlaces; });
+    gtk_notebook_set_current_page(GTK_NOTEBOOK(in_monitor("monitor_notebook")), 0);
+    loop_until([] { return gtk_widget_get_allocated_height(in_monitor("trace_table")) > kPlaces; });
 }
 
 }  // namespace
