@@ -3,6 +3,7 @@
 // gui/monitor/record_words.h and, when the page goes, gui/monitor/record_finish.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
+#include "gui/module_watch.h"
 #include "gui/monitor/filter_bar.h"
 #include "gui/monitor/page.h"
 #include "gui/monitor/record_dialog.h"
@@ -69,6 +70,8 @@ struct Recording {
     FrameFilter filter;  // as it was at the start
     gint64 begin_us = 0;
     gint64 stop_us = 0;  // when the user stopped it, 0: not yet
+    LossRows losses_at_begin{};
+    std::string lost_before;  // on the way to the recording, until it was stopped
     gint64 shown_us = 0;
     gint64 rate_from_us = 0;
     std::uint64_t rate_from_cnt = 0;
@@ -80,7 +83,7 @@ std::string folder;  // of the last recording
 RecordFacts facts_of() {
     return {.path = recording.path,
             .duration_us = recording.stop_us - recording.begin_us,
-            .lost_before = ""};
+            .lost_before = recording.lost_before};
 }
 
 // ---- Words ----
@@ -130,7 +133,10 @@ void show_values(const RecorderState& state) {
     show(page.size, size_text(static_cast<std::int64_t>(state.bytes)));
     show(page.duration, duration_text(until_us - recording.begin_us));
     show(page.rate, recording.stop_us == 0 ? rate.get() : kNothing);
-    show(page.lost, of_count(state.lost, " frame", " frames"));
+    const std::string lost = of_count(state.lost, " frame", " frames");
+    show(page.lost, recording.lost_before.empty()
+                        ? lost
+                        : lost + "; on the way to the recording: " + recording.lost_before);
     show(page.waiting, of_count(state.waiting, " frame", " frames"));
     show(page.free, state.free_bytes < 0 ? kNothing : size_text(state.free_bytes));
 }
@@ -189,6 +195,7 @@ void start(const std::string& path, CaptureFormat format) {
     recording.path = path;
     recording.is_filtered = is_checked(page.filter_chk);
     recording.filter = monitor_filter();
+    recording.losses_at_begin = losses_in_all();
     recording.begin_us = g_get_monotonic_time();
     recording.rate_from_us = recording.begin_us;
     recording.recorder = recorder_start({.path = path, .format = format});
@@ -207,7 +214,15 @@ void start(const std::string& path, CaptureFormat format) {
     show_controls();
 }
 
+// Frames that a full ring or a damaged line costs never reach the recorder.
+void count_losses() {
+    if (recording.stop_us == 0) {
+        recording.lost_before = loss_words_between(recording.losses_at_begin, losses_in_all());
+    }
+}
+
 void stop() {
+    count_losses();
     recorder_stop(recording.recorder.get());
     recording.stop_us = g_get_monotonic_time();
     show_controls();
@@ -215,6 +230,7 @@ void stop() {
 
 // The recorder is through, or the user does not wait for it any longer.
 void end(const RecorderState& state) {
+    count_losses();
     if (recording.stop_us == 0) {
         recording.stop_us = g_get_monotonic_time();
     }
@@ -289,6 +305,7 @@ void refresh(bool is_shown) {
     measure_and_tell(state, now_us);
     if (is_shown && now_us - recording.shown_us >= kShowPeriod_us) {
         recording.shown_us = now_us;
+        count_losses();
         show(page.state, phase_text(state));
         show_values(state);
         show_controls();

@@ -98,10 +98,13 @@ std::string record_result(const RecordFacts& facts, const RecorderState& state) 
     const std::string begin = of_count(state.written, " frame", " frames") + " in " +
                               duration_text(facts.duration_us) + " recorded to " +
                               record_base_name(facts.path);
-    if (state.lost > 0) {
-        return begin + ", " + missing(state) + '.';
-    }
-    return begin + ", none is missing.";
+    const std::string in_file = state.lost > 0              ? ", " + missing(state) + '.'
+                                : facts.lost_before.empty() ? ", none is missing."
+                                                            : ".";
+    return begin + in_file +
+           (facts.lost_before.empty()
+                ? ""
+                : " Lost on the way to the recording: " + facts.lost_before + '.');
 }
 
 std::string record_no_file(const std::string& path, int error) {

@@ -156,6 +156,29 @@ TEST_F(RecordPage, TheEndingOfTheNameDecidesAndNoFileIsReplacedUnasked) {
     EXPECT_EQ(ui_script::find_file_chooser(), nullptr);
 }
 
+TEST_F(RecordPage, FramesLostBeforeTheyReachTheRecordingAreToldWhateverIsResetMeanwhile) {
+    const auto lose = [](int frames) {
+        for (int lost = 0; lost < frames;) {
+            lost += recv_queue_push({}) ? 0 : 1;
+        }
+        show_losses();
+        for (UPBS_INFO left; recv_queue_pop(&left);) {
+        }
+    };
+    lose(5);  // before the recording: not its loss
+    choose(folder / "run.log");
+    EXPECT_TRUE(becomes("record_state", "Recording."));
+    EXPECT_TRUE(becomes("record_lost", "0 frames"));
+    lose(7);
+    losses_begin();
+    lose(2);
+    const std::string words = "9 frames came faster than the display could take them";
+    EXPECT_TRUE(becomes("record_lost", "0 frames; on the way to the recording: " + words));
+    use(widget("record_start_btn"));
+    EXPECT_TRUE(says("record_state", "run.log. Lost on the way to the recording: " + words + "."));
+    losses_begin();
+}
+
 TEST_F(RecordPage, TheFilterOfTheStartChoosesTheFrames) {
     use(widget("record_format_cbox"), "candump log (.log)");
     use(widget("filter_entry"), "can2");
