@@ -23,6 +23,7 @@
 namespace {
 
 LossRows seen{};
+LossRows in_all{};  // what was seen before the last reset too
 
 LossRows loss_rows() {
     const TRAFFIC_LOSS_INFO display = traffic_loss();
@@ -45,6 +46,16 @@ LossRows loss_rows() {
     }};
 }
 
+void look() {
+    const LossRows rows = loss_rows();
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const std::uint64_t count = in_all[i].count + rows[i].count - seen[i].count;
+        in_all[i] = rows[i];
+        in_all[i].count = count;
+    }
+    seen = rows;
+}
+
 // Why some ports cannot be used.
 struct Reason {
     std::string ports;
@@ -62,7 +73,7 @@ std::string sentence(const char* text) {
 void show_losses() {
     std::string words;
     std::string counters;
-    seen = loss_rows();
+    look();
     for (const LossRow& row : seen) {
         counters += std::string(counters.empty() ? "" : "\n") + row.name + " = " +
                     std::to_string(row.count);
@@ -77,6 +88,25 @@ void show_losses() {
 
 const LossRows& losses_seen() {
     return seen;
+}
+
+const LossRows& losses_in_all() {
+    if (is_active) {
+        look();
+    }
+    return in_all;
+}
+
+std::string loss_words_between(const LossRows& earlier, const LossRows& later) {
+    std::string words;
+    for (std::size_t i = 0; i < later.size(); ++i) {
+        LossRow row = later[i];
+        row.count -= earlier[i].count;
+        if (const std::string text = loss_words(row); !text.empty()) {
+            words += (words.empty() ? "" : "; ") + text;
+        }
+    }
+    return words;
 }
 
 std::string loss_words(const LossRow& row) {
@@ -100,6 +130,7 @@ gboolean watch_module(gpointer /*user_data*/) {
 }
 
 void losses_begin() {
+    losses_in_all();  // looks, or what came since the last look would be forgotten
     traffic_loss_reset();
     TAVUResetLoss();
     seen = {};

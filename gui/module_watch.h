@@ -29,8 +29,13 @@ using LossRows = std::array<LossRow, 7>;
 void show_losses();
 // What was lost when it was last looked: while the controller is started, and when it is stopped.
 const LossRows& losses_seen();
+// The same since the program began, whatever Start and Clear reset: take differences. Looks anew
+// while the controller is started.
+const LossRows& losses_in_all();
 // "12 frames came faster than the display could take them"; empty for a row that says nothing.
 std::string loss_words(const LossRow& row);
+// The rows of `later` with what came to them since `earlier`, in words parted by "; ".
+std::string loss_words_between(const LossRows& earlier, const LossRows& later);
 // Counts losses of both layers from now on, and takes back the notice of earlier ones.
 void losses_begin();
 

@@ -177,6 +177,7 @@ void destroy(GtkWidget* /*widget*/, gpointer /*user_data*/) {
         is_connect = false;
         is_active = false;
     }
+    monitor_end();  // a slow disk does not keep the module open
     cb_quit();
 }
 

@@ -7,6 +7,7 @@
 #include "gui/application.h"
 #include "gui/monitor/filter_bar.h"
 #include "gui/monitor/page.h"
+#include "gui/monitor/record_finish.h"
 #include "gui/monitor/settings_file.h"
 #include "gui/widgets.h"
 
@@ -25,6 +26,7 @@ namespace {
 constexpr const char* kResources = "/org/tavu/utility/monitor/";
 constexpr const char* kGroup = "window";
 constexpr guint kRefreshPeriod_ms = 33;
+constexpr int kEndWait_ms = 2000;
 constexpr gint64 kRatePeriod_us = G_USEC_PER_SEC;
 constexpr gint64 kSavePeriod_us = 5 * G_USEC_PER_SEC;
 
@@ -285,6 +287,10 @@ void monitor_close() {
     }
     gtk_widget_destroy(monitor.window);
     monitor = {};
+}
+
+void monitor_end() {
+    record_finish_all(kEndWait_ms);
 }
 
 void monitor_add(const QUEUED_INFO& queued, bool is_recv) {

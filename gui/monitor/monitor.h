@@ -18,9 +18,14 @@ void monitor_init();
 // Opens the window, or brings it to the front.
 void monitor_open();
 
-// Closes it, with its recording and its messages, and remembers its settings. Without effect while
-// it is closed.
+// Closes it, ends its recording and its messages, and remembers its settings. Never waits for the
+// disk: what the recording holds is written while the program goes on. Without effect while the
+// window is closed.
 void monitor_close();
+
+// At the end of the program, behind monitor_close and when the module is closed: waits for recordings
+// that are still being written, two seconds at most, and says on standard error what was not.
+void monitor_end();
 
 // Hands the monitor a record that the display timer has taken from a ring. While the window is
 // closed that costs a comparison.

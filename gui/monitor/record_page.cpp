@@ -1,18 +1,21 @@
 // gui/monitor/record_page.cpp - user interface: record page of the monitor window.
-// Uses gui/monitor/recorder.h, which does the writing, gui/monitor/record_dialog.h and the notice
-// bar of the main window.
+// Uses gui/monitor/recorder.h, which does the writing, gui/monitor/record_dialog.h,
+// gui/monitor/record_words.h and, when the page goes, gui/monitor/record_finish.h.
 // Thread: main.
 // SPDX-License-Identifier: MIT
+#include "gui/module_watch.h"
 #include "gui/monitor/filter_bar.h"
 #include "gui/monitor/page.h"
 #include "gui/monitor/record_dialog.h"
+#include "gui/monitor/record_finish.h"
+#include "gui/monitor/record_words.h"
 #include "gui/monitor/recorder.h"
 #include "gui/monitor/settings_file.h"
-#include "gui/notice_bar.h"
 #include "gui/widgets.h"
 
 #include <array>
 #include <cerrno>
+#include <utility>
 
 namespace {
 
@@ -21,7 +24,6 @@ using trace::CaptureFormat;
 constexpr const char* kGroup = "record";
 constexpr const char* kNothing = "–";
 constexpr gint64 kPatience_us = 2 * G_USEC_PER_SEC;  // then giving up is offered
-constexpr int kCloseWait_ms = 2000;                  // the window stands still for so long at most
 constexpr gint64 kShowPeriod_us = G_USEC_PER_SEC / 10;
 constexpr gint64 kRatePeriod_us = G_USEC_PER_SEC;
 
@@ -68,6 +70,8 @@ struct Recording {
     FrameFilter filter;  // as it was at the start
     gint64 begin_us = 0;
     gint64 stop_us = 0;  // when the user stopped it, 0: not yet
+    LossRows losses_at_begin{};
+    std::string lost_before;  // on the way to the recording, until it was stopped
     gint64 shown_us = 0;
     gint64 rate_from_us = 0;
     std::uint64_t rate_from_cnt = 0;
@@ -76,82 +80,13 @@ struct Recording {
 Recording recording;
 std::string folder;  // of the last recording
 
+RecordFacts facts_of() {
+    return {.path = recording.path,
+            .duration_us = recording.stop_us - recording.begin_us,
+            .lost_before = recording.lost_before};
+}
+
 // ---- Words ----
-
-std::string of_count(std::uint64_t count, const char* one, const char* more) {
-    return std::to_string(count) + (count == 1 ? one : more);
-}
-
-std::string missing(const RecorderState& state) {
-    return of_count(state.lost, " frame is missing", " frames are missing");
-}
-
-std::string base_name() {
-    const GText base(g_filename_display_basename(recording.path.c_str()));
-    return base.get();
-}
-
-std::string whole_name() {
-    const GText name(g_filename_display_name(recording.path.c_str()));
-    return name.get();
-}
-
-// Why writes fail or failed, and what to do while they do.
-struct Reason {
-    std::string now;
-    std::string past;
-    std::string advice;
-};
-
-Reason reason_of(int error) {
-    const std::string room = "make room or stop the recording";
-    const std::string quoted = std::string(" \"") + g_strerror(error) + '"';
-    switch (error) {
-        case ENOSPC:
-            return {"the disk is full", "the disk was full", room};
-        case EDQUOT:
-            return {"your share of the disk is used up", "your share of the disk was used up",
-                    room};
-        case EFBIG:
-            return {"the file may not grow any more", "the file could not grow any more",
-                    "stop the recording and begin another one"};
-        case EPIPE:
-            return {"nobody reads the pipe any more", "nobody read the pipe any more",
-                    "stop the recording"};
-        default:
-            return {"the disk reports" + quoted, "the disk reported" + quoted,
-                    "stop the recording and choose another folder"};
-    }
-}
-
-// What is wrong with the recording; empty when nothing is.
-std::string trouble(const RecorderState& state) {
-    if (state.phase == RecorderPhase::kFailed) {
-        return {};  // there is no recording
-    }
-    if (state.error != 0 && state.phase != RecorderPhase::kEnded) {
-        const Reason reason = reason_of(state.error);
-        return reason.now + ", " + missing(state) + "; " + reason.advice;
-    }
-    if (state.lost > 0 && state.is_too_slow) {
-        return "the disk is too slow, " + missing(state) + "; choose a folder on a faster one";
-    }
-    if (state.lost > 0) {
-        return missing(state) + ", as " + reason_of(state.last_error).past;
-    }
-    if (state.last_error != 0) {
-        return "the end of the file may be missing, as " + reason_of(state.last_error).past;
-    }
-    return {};
-}
-
-std::string duration_text(gint64 duration_us) {
-    const gint64 seconds = duration_us / G_USEC_PER_SEC;
-    const GText text(g_strdup_printf("%" G_GINT64_FORMAT ":%02d:%02d", seconds / 3600,
-                                     static_cast<int>(seconds / 60 % 60),
-                                     static_cast<int>(seconds % 60)));
-    return text.get();
-}
 
 std::string size_text(std::int64_t bytes) {
     const GText text(g_format_size(static_cast<guint64>(bytes)));
@@ -176,18 +111,6 @@ std::string phase_text(const RecorderState& state) {
     }
 }
 
-// The whole recording in a sentence.
-std::string result_text(const RecorderState& state) {
-    return of_count(state.written, " frame", " frames") + " in " +
-           duration_text(recording.stop_us - recording.begin_us) + " recorded to " + base_name() +
-           (state.lost == 0 ? ", none is missing." : ", " + missing(state) + '.');
-}
-
-std::string no_file_text(int error) {
-    return base_name() + " cannot be created: " + g_strerror(error) +
-           ". Nothing was recorded; choose another file or folder.";
-}
-
 // ---- What is shown ----
 
 void show(GtkWidget* label, const std::string& text) {
@@ -198,7 +121,7 @@ void show(GtkWidget* label, const std::string& text) {
 
 void show_fault(const std::string& text) {
     if (!text.empty()) {
-        show(page.fault, "Recording to " + base_name() + ": " + text + '.');
+        show(page.fault, text);
     }
     gtk_widget_set_visible(page.bar, text.empty() ? FALSE : TRUE);
 }
@@ -210,7 +133,10 @@ void show_values(const RecorderState& state) {
     show(page.size, size_text(static_cast<std::int64_t>(state.bytes)));
     show(page.duration, duration_text(until_us - recording.begin_us));
     show(page.rate, recording.stop_us == 0 ? rate.get() : kNothing);
-    show(page.lost, of_count(state.lost, " frame", " frames"));
+    const std::string lost = of_count(state.lost, " frame", " frames");
+    show(page.lost, recording.lost_before.empty()
+                        ? lost
+                        : lost + "; on the way to the recording: " + recording.lost_before);
     show(page.waiting, of_count(state.waiting, " frame", " frames"));
     show(page.free, state.free_bytes < 0 ? kNothing : size_text(state.free_bytes));
 }
@@ -233,14 +159,9 @@ void show_controls() {
 
 // In the bar of the main window, which is seen whatever page is shown, and on the page.
 void tell(const RecorderState& state) {
-    const std::string text = trouble(state);
+    const std::string text = record_trouble_sentence(recording.path, state);
     show_fault(text);
-    if (text.empty()) {
-        notice_hide(Notice::recording);
-    } else {
-        notice_show(Notice::recording, "Recording to " + base_name() + ": " + text + '.',
-                    whole_name());
-    }
+    record_notice(text, text.empty() ? "" : record_whole_name(recording.path));
 }
 
 // Once a second, or the numbers in the words would flicker; what is new at once.
@@ -252,7 +173,7 @@ void measure_and_tell(const RecorderState& state, gint64 now_us) {
         recording.rate_from_us = now_us;
         recording.rate_from_cnt = state.taken;
         tell(state);
-    } else if (gtk_widget_get_visible(page.bar) == FALSE && !trouble(state).empty()) {
+    } else if (gtk_widget_get_visible(page.bar) == FALSE && !record_trouble(state).empty()) {
         tell(state);
     }
 }
@@ -260,6 +181,12 @@ void measure_and_tell(const RecorderState& state, gint64 now_us) {
 // ---- Start and stop ----
 
 void start(const std::string& path, CaptureFormat format) {
+    if (record_is_finishing(path)) {  // two writers would spoil it
+        monitor_say(record_base_name(path) +
+                    " is still being written from an earlier recording. "
+                    "Wait until it is finished, or choose another file.");
+        return;
+    }
     const GText directory(g_path_get_dirname(path.c_str()));
     folder = directory.get();
     gtk_combo_box_set_active(GTK_COMBO_BOX(page.format),
@@ -268,23 +195,34 @@ void start(const std::string& path, CaptureFormat format) {
     recording.path = path;
     recording.is_filtered = is_checked(page.filter_chk);
     recording.filter = monitor_filter();
+    recording.losses_at_begin = losses_in_all();
     recording.begin_us = g_get_monotonic_time();
     recording.rate_from_us = recording.begin_us;
     recording.recorder = recorder_start({.path = path, .format = format});
     if (recording.recorder == nullptr) {
-        monitor_say(no_file_text(EAGAIN));
+        monitor_say(record_no_file(path, EAGAIN));
         return;
     }
     monitor_say("");
-    show(page.path, whole_name());
-    gtk_widget_set_tooltip_text(page.path, whole_name().c_str());
+    const std::string name = record_whole_name(path);
+    show(page.path, name);
+    gtk_widget_set_tooltip_text(page.path, name.c_str());
     show(page.state, phase_text({}));
+    record_notice_begin();
     tell({});
     show_values({});
     show_controls();
 }
 
+// Frames that a full ring or a damaged line costs never reach the recorder.
+void count_losses() {
+    if (recording.stop_us == 0) {
+        recording.lost_before = loss_words_between(recording.losses_at_begin, losses_in_all());
+    }
+}
+
 void stop() {
+    count_losses();
     recorder_stop(recording.recorder.get());
     recording.stop_us = g_get_monotonic_time();
     show_controls();
@@ -292,18 +230,20 @@ void stop() {
 
 // The recorder is through, or the user does not wait for it any longer.
 void end(const RecorderState& state) {
+    count_losses();
     if (recording.stop_us == 0) {
         recording.stop_us = g_get_monotonic_time();
     }
     recording.recorder.reset();
     tell(state);
-    notice_hide(Notice::recording);
+    record_notice("", "");
     show_values(state);
     if (state.phase == RecorderPhase::kFailed) {
-        show(page.state, no_file_text(state.error));
-        monitor_say(no_file_text(state.error));
+        const std::string text = record_no_file(recording.path, state.error);
+        show(page.state, text);
+        monitor_say(text);
     } else {
-        show(page.state, result_text(state));
+        show(page.state, record_result(facts_of(), state));
     }
     show_controls();
 }
@@ -317,16 +257,8 @@ void on_start(GtkWidget* /*button*/, gpointer /*user_data*/) {
     }
 }
 
-// What still waits is missing then.
-RecorderState given_up(RecorderState state) {
-    state.lost += state.waiting;
-    state.waiting = 0;
-    state.is_too_slow = true;
-    return state;
-}
-
 void on_give_up(GtkWidget* /*button*/, gpointer /*user_data*/) {
-    end(given_up(recorder_state(recording.recorder.get())));
+    end(record_given_up(recorder_state(recording.recorder.get())));
 }
 
 // ---- The page ----
@@ -338,25 +270,17 @@ void open(GtkBuilder* builder) {
     g_signal_connect(page.give_up_btn, "clicked", G_CALLBACK(on_give_up), nullptr);
 }
 
-// What is missing at the end stays in the bar of the main window: there is no page any more.
+// The file is finished without the page; what is missing at the end is told in the main window.
 void close() {
     record_dialog_close();
     if (recording.recorder == nullptr) {
         return;
     }
-    Recorder* recorder = recording.recorder.get();
-    recorder_stop(recorder);
-    const bool is_over = recorder_wait(recorder, kCloseWait_ms);
-    const RecorderState state =
-        is_over ? recorder_state(recorder) : given_up(recorder_state(recorder));
-    end(state);
-    const std::string text = state.phase == RecorderPhase::kFailed ? no_file_text(state.error)
-                             : trouble(state).empty()              ? ""
-                                                                   : result_text(state);
-    if (!text.empty()) {
-        g_printerr("%s\n", text.c_str());
-        notice_show(Notice::recording, text, whole_name());
+    if (recording.stop_us == 0) {
+        stop();
     }
+    record_finish(std::move(recording.recorder), facts_of());
+    record_notice("", "");
 }
 
 void add(const trace::Record& record) {
@@ -381,6 +305,7 @@ void refresh(bool is_shown) {
     measure_and_tell(state, now_us);
     if (is_shown && now_us - recording.shown_us >= kShowPeriod_us) {
         recording.shown_us = now_us;
+        count_losses();
         show(page.state, phase_text(state));
         show_values(state);
         show_controls();

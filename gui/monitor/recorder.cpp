@@ -8,14 +8,13 @@
 #include "lib/lib_tavu_2.h"
 
 #include <signal.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
-#include <filesystem>
 #include <mutex>
 #include <new>
 #include <system_error>
@@ -40,13 +39,43 @@ struct Block {
 };
 using BlockPointer = std::unique_ptr<Block>;
 
+// Blocks in their order. Has its memory from the start: where frames are taken nothing may throw.
+class BlockQueue {
+  public:
+    explicit BlockQueue(std::size_t most) : places_(most) {}
+
+    [[nodiscard]] bool is_empty() const { return count_ == 0; }
+    void push(BlockPointer block) {
+        places_[(first_ + count_++) % places_.size()] = std::move(block);
+    }
+    BlockPointer pop() {
+        BlockPointer block = std::move(places_[first_]);
+        first_ = (first_ + 1) % places_.size();
+        --count_;
+        return block;
+    }
+
+  private:
+    std::vector<BlockPointer> places_;
+    std::size_t first_ = 0;
+    std::size_t count_ = 0;
+};
+
 // What both threads see, under the mutex but for the settings.
 struct Shared {
-    RecorderSettings settings;
+    explicit Shared(const RecorderSettings& wanted)
+        : settings(wanted),
+          most_blocks(std::max<std::size_t>(wanted.most_waiting_bytes / sizeof(Block), 1)),
+          waiting(most_blocks) {
+        spare.reserve(kMostSpare);
+    }
+
+    const RecorderSettings settings;
+    const std::size_t most_blocks;
     std::mutex mutex;
     std::condition_variable is_work;
     std::condition_variable is_over;
-    std::deque<BlockPointer> waiting;
+    BlockQueue waiting;
     std::vector<BlockPointer> spare;
     std::uint64_t waiting_frames = 0;  // in `waiting` and in the writer's hands
     std::size_t blocks = 0;            // the same in blocks
@@ -121,15 +150,14 @@ bool Writer::open() {
 bool Writer::next_block(BlockPointer* block) {
     std::unique_lock lock(shared_->mutex);
     shared_->is_work.wait_until(lock, next_sync_, [this] {
-        return !shared_->waiting.empty() || shared_->is_stopped || shared_->is_abandoned;
+        return !shared_->waiting.is_empty() || shared_->is_stopped || shared_->is_abandoned;
     });
     *block = nullptr;
-    if (shared_->is_abandoned || (shared_->waiting.empty() && shared_->is_stopped)) {
+    if (shared_->is_abandoned || (shared_->waiting.is_empty() && shared_->is_stopped)) {
         return false;
     }
-    if (!shared_->waiting.empty()) {
-        *block = std::move(shared_->waiting.front());
-        shared_->waiting.pop_front();
+    if (!shared_->waiting.is_empty()) {
+        *block = shared_->waiting.pop();
     }
     return true;
 }
@@ -161,11 +189,12 @@ void Writer::sync_when_due() {
         return;
     }
     sync();
-    std::error_code error;
-    const auto space = std::filesystem::space(shared_->settings.path, error);
+    struct statvfs disk {};
+    const bool is_known = statvfs(shared_->settings.path.c_str(), &disk) == 0;
     next_sync_ = Clock::now() + kSyncPeriod;
     const std::lock_guard lock(shared_->mutex);
-    shared_->state.free_bytes = error ? -1 : static_cast<std::int64_t>(space.available);
+    shared_->state.free_bytes =
+        is_known ? static_cast<std::int64_t>(disk.f_bavail * disk.f_frsize) : -1;
 }
 
 void Writer::sync() {
@@ -204,9 +233,10 @@ struct Recorder {
     SharedPointer shared;
     std::thread thread;
     BlockPointer block;  // being filled; null when there was no room for one
-    std::size_t most_blocks = 0;
     std::uint64_t taken = 0;
-    std::uint64_t dropped = 0;  // found no room
+    std::uint64_t dropped = 0;      // found no room
+    bool is_too_slow = false;       // as too many waited
+    bool is_out_of_memory = false;  // as there was no memory for a block
     bool is_stopped = false;
 };
 
@@ -220,26 +250,31 @@ void change_block(Recorder* recorder) {
         if (recorder->block != nullptr && recorder->block->count > 0) {
             shared.waiting_frames += recorder->block->count;
             ++shared.blocks;
-            shared.waiting.push_back(std::move(recorder->block));
+            shared.waiting.push(std::move(recorder->block));
             shared.is_work.notify_one();
         }
         if (recorder->block == nullptr && !shared.spare.empty() &&
-            shared.blocks < recorder->most_blocks) {
+            shared.blocks < shared.most_blocks) {
             recorder->block = std::move(shared.spare.back());
             shared.spare.pop_back();
         }
-        if (recorder->block != nullptr || shared.blocks >= recorder->most_blocks) {
+        if (recorder->block != nullptr) {
+            return;
+        }
+        if (shared.blocks >= shared.most_blocks) {
+            recorder->is_too_slow = true;
             return;
         }
     }
     recorder->block.reset(new (std::nothrow) Block);
+    recorder->is_out_of_memory = recorder->is_out_of_memory || recorder->block == nullptr;
 }
 
 // Whether no block waits. While one does, another that is not full would gain nothing and take the
 // memory of a full one.
 bool is_idle(Shared& shared) {
     const std::lock_guard lock(shared.mutex);
-    return shared.waiting.empty();
+    return shared.waiting.is_empty();
 }
 
 }  // namespace
@@ -261,11 +296,7 @@ void RecorderAbandon::operator()(Recorder* recorder) const {
 RecorderPointer recorder_start(const RecorderSettings& settings) {
     try {
         auto recorder = std::make_unique<Recorder>();
-        recorder->shared = std::make_shared<Shared>();
-        recorder->shared->settings = settings;
-        recorder->shared->spare.reserve(kMostSpare);
-        recorder->most_blocks =
-            std::max<std::size_t>(settings.most_waiting_bytes / sizeof(Block), 1);
+        recorder->shared = std::make_shared<Shared>(settings);
         recorder->thread = std::thread([shared = recorder->shared] { Writer(shared).run(); });
         return RecorderPointer(recorder.release());
     } catch (const std::system_error&) {  // no thread to be had
@@ -328,6 +359,7 @@ RecorderState recorder_state(const Recorder* recorder) {
     state.taken = recorder->taken;
     state.waiting = waiting + (recorder->block == nullptr ? 0 : recorder->block->count);
     state.lost += recorder->dropped;
-    state.is_too_slow = recorder->dropped > 0;
+    state.is_too_slow = recorder->dropped > 0 && recorder->is_too_slow;
+    state.is_out_of_memory = recorder->dropped > 0 && recorder->is_out_of_memory;
     return state;
 }

@@ -29,13 +29,14 @@ enum class RecorderPhase {
 
 struct RecorderState {
     RecorderPhase phase = RecorderPhase::kOpening;
-    std::uint64_t taken = 0;    // frames handed in: written + lost + waiting
-    std::uint64_t written = 0;  // frames in the file
-    std::uint64_t bytes = 0;    // length of the file
-    std::uint64_t lost = 0;     // frames that are missing in the file, for either reason
-    std::uint64_t waiting = 0;  // frames that the disk has not taken yet
-    bool is_too_slow = false;   // frames were lost because no more may wait
-    int error = 0;              // errno of the last write, 0 when it went well
+    std::uint64_t taken = 0;        // frames handed in: written + lost + waiting
+    std::uint64_t written = 0;      // frames in the file
+    std::uint64_t bytes = 0;        // length of the file
+    std::uint64_t lost = 0;         // frames that are missing in the file, for whatever reason
+    std::uint64_t waiting = 0;      // frames that the disk has not taken yet
+    bool is_too_slow = false;       // frames were lost because no more may wait
+    bool is_out_of_memory = false;  // frames were lost because there was no memory for them
+    int error = 0;                  // errno of the last write, 0 when it went well
     int last_error = 0;  // errno of the last write that failed; also of the last sync or close
     std::int64_t free_bytes = -1;  // room on the file's disk, -1: not known
 };
@@ -55,7 +56,7 @@ using RecorderPointer = std::unique_ptr<Recorder, RecorderAbandon>;
 RecorderPointer recorder_start(const RecorderSettings& settings);
 
 // Takes a frame: a copy into memory, now and then a lock that is held for moments. A frame that
-// finds no room counts as lost. Without effect after a stop.
+// finds no room, or no memory, counts as lost. Without effect after a stop.
 void recorder_add(Recorder* recorder, const trace::Record& record);
 
 // Lets the recorder write what it was given. To be called every 100 ms or more often: frames are

@@ -4,14 +4,18 @@
 // SPDX-License-Identifier: MIT
 #include "gui/monitor/filter.h"
 #include "gui/monitor/monitor.h"
+#include "gui/monitor/record_finish.h"
 
 #include "trace/record.h"
 
 #include "tests/gui/ui_fixture.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -84,6 +88,12 @@ std::ptrdiff_t lines_of(const fs::path& path) {
     return std::count(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>(), '\n');
 }
 
+bool closes_at_once() {
+    const gint64 begin_us = g_get_monotonic_time();
+    monitor_close();
+    return g_get_monotonic_time() - begin_us < G_USEC_PER_SEC;
+}
+
 struct RecordPage : UiTest {
     void SetUp() override {
         UiTest::SetUp();
@@ -91,6 +101,7 @@ struct RecordPage : UiTest {
     }
     void TearDown() override {
         monitor_close();
+        record_notice_begin();
         fs::remove_all(folder);
         UiTest::TearDown();
     }
@@ -132,6 +143,7 @@ TEST_F(RecordPage, TheEndingOfTheNameDecidesAndNoFileIsReplacedUnasked) {
     EXPECT_EQ(shown({widget("record_format_cbox")}), "(pcap capture (.pcap))");
     add_frames(10);
     monitor_close();  // ends it whole
+    EXPECT_TRUE(run_until([&] { return !record_is_finishing(folder / "run.pcap"); }));
     EXPECT_EQ(fs::file_size(folder / "run.pcap"), 24U + 10 * 32);
     open_page();
     EXPECT_EQ(shown({widget("record_format_cbox")}), "pcap capture (.pcap)");
@@ -143,6 +155,29 @@ TEST_F(RecordPage, TheEndingOfTheNameDecidesAndNoFileIsReplacedUnasked) {
     }));
     monitor_close();  // and takes the dialog with it
     EXPECT_EQ(ui_script::find_file_chooser(), nullptr);
+}
+
+TEST_F(RecordPage, FramesLostBeforeTheyReachTheRecordingAreToldWhateverIsResetMeanwhile) {
+    const auto lose = [](int frames) {
+        for (int lost = 0; lost < frames;) {
+            lost += recv_queue_push({}) ? 0 : 1;
+        }
+        show_losses();
+        for (UPBS_INFO left; recv_queue_pop(&left);) {
+        }
+    };
+    lose(5);  // before the recording: not its loss
+    choose(folder / "run.log");
+    EXPECT_TRUE(becomes("record_state", "Recording."));
+    EXPECT_TRUE(becomes("record_lost", "0 frames"));
+    lose(7);
+    losses_begin();
+    lose(2);
+    const std::string words = "9 frames came faster than the display could take them";
+    EXPECT_TRUE(becomes("record_lost", "0 frames; on the way to the recording: " + words));
+    use(widget("record_start_btn"));
+    EXPECT_TRUE(says("record_state", "run.log. Lost on the way to the recording: " + words + "."));
+    losses_begin();
 }
 
 TEST_F(RecordPage, TheFilterOfTheStartChoosesTheFrames) {
@@ -187,6 +222,12 @@ TEST_F(RecordPage, AFullDiskIsToldInBothWindowsUntilTheRecordingEnds) {
     EXPECT_FALSE(gtk_widget_get_visible(widget("notice_bar")));
     EXPECT_EQ(shown({widget("record_fault")}),
               "Recording to full.log: 10 frames are missing, as the disk was full.");
+
+    choose(folder / "full.log", "Replace");
+    EXPECT_TRUE(becomes("record_state", "Recording."));
+    add_frames(20);
+    monitor_close();
+    EXPECT_TRUE(says("notice_label", "recorded to full.log, 20 frames are missing."));
 }
 
 TEST_F(RecordPage, ADiskThatTakesNothingCanBeGivenUpAndDoesNotKeepTheWindowOpen) {
@@ -205,10 +246,45 @@ TEST_F(RecordPage, ADiskThatTakesNothingCanBeGivenUpAndDoesNotKeepTheWindowOpen)
     choose(folder / "stuck.log", "Replace");
     EXPECT_TRUE(becomes("record_state", "Opening the file…"));
     add_frames(20);
-    const gint64 begin_us = g_get_monotonic_time();
-    monitor_close();
-    EXPECT_LT(g_get_monotonic_time() - begin_us, 4 * G_USEC_PER_SEC);
-    EXPECT_TRUE(says("notice_label", "recorded to stuck.log, 20 frames are missing."));
-    std::ifstream release_threads(folder / "stuck.log");
+    EXPECT_TRUE(closes_at_once());
+
+    // It goes on being tried, beside another recording but not one to the same file.
     open_page();
+    choose(folder / "stuck.log", "Replace");
+    EXPECT_TRUE(says("monitor_bar_text", "stuck.log is still being written from an earlier"));
+    choose(folder / "run.log");
+    add_frames(5);
+    use(widget("record_start_btn"));
+    EXPECT_TRUE(says("record_state", "recorded to run.log, none is missing."));
+    EXPECT_TRUE(becomes("notice_label", "stuck.log is still being written, as the disk is slow."));
+
+    testing::internal::CaptureStderr();
+    const gint64 begin_us = g_get_monotonic_time();
+    monitor_end();
+    EXPECT_LT(g_get_monotonic_time() - begin_us, 4 * G_USEC_PER_SEC);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("stuck.log, 20 frames are missing.\n"),
+              std::string::npos);
+    std::ifstream release_threads(folder / "stuck.log");
+}
+
+TEST_F(RecordPage, WhatASlowDiskHasNotTakenYetIsWrittenWhenTheWindowHasGone) {
+    const fs::path path = folder / "slow.log";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int disk = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    choose(path, "Replace");
+    EXPECT_TRUE(becomes("record_state", "Recording."));
+    add_frames(20'000);
+    EXPECT_TRUE(closes_at_once());
+    EXPECT_TRUE(record_is_finishing(path));
+    std::ptrdiff_t lines = 0;
+    EXPECT_TRUE(run_until([&] {
+        std::array<char, 4096> part{};
+        const ssize_t bytes = read(disk, part.data(), part.size());
+        lines += bytes <= 0 ? 0 : std::count(part.begin(), part.begin() + bytes, '\n');
+        return bytes == 0;
+    }));
+    close(disk);
+    EXPECT_EQ(lines, 20'000);
+    EXPECT_TRUE(run_until([&] { return !record_is_finishing(path); }));
+    EXPECT_FALSE(gtk_widget_get_visible(widget("notice_bar")));
 }
