@@ -34,7 +34,7 @@ struct Message {
     CAN_FRAME_INFO frame;
     std::int64_t period_us;  // kPeriodLeast_us to kPeriodMost_us
     std::uint32_t count;  // frames, failed ones too, after which it switches itself off; 0: never
-    bool is_on;
+    bool is_on;           // when it is added; message_switch switches it afterwards
 };
 
 // What became of a message since it was added or message_counts_reset.
@@ -50,10 +50,14 @@ struct MessageState {
 // Adds a message. Result: its number, 1 or more; 0 when a value is out of range: nothing is added.
 int message_add(const Message& message);
 
-// Replaces a message. Its times stay unless it is switched on or gets another period; its count
-// begins anew when it is switched on or gets another count. TAVU_SUCCESS, or TAVU_FAILURE when there
-// is no such message or a value is out of range: it stays as it was.
+// Replaces a message but for is_on: on or off, it stays so. Its times stay unless it gets another
+// period; its count begins anew when it gets another one. TAVU_SUCCESS, or TAVU_FAILURE when there is
+// no such message or a value is out of range: it stays as it was.
 int message_change(int number, const Message& message);
+
+// Switches a message on, with new times and its whole count, or off; one that is so already stays as
+// it is. TAVU_SUCCESS, or TAVU_FAILURE when there is no such message.
+int message_switch(int number, bool is_on);
 
 // Removes a message; a frame of it that is being written is finished. Unknown numbers are ignored.
 void message_remove(int number);

@@ -151,16 +151,16 @@ void enable_buttons(int selected) {
 
 // ---- Rows ----------------------------------------------------------------------------------
 
-Message message_of(const Row& row, bool to_be_on) {
-    return {.frame = row.listed.frame,
-            .period_us = row.listed.period_us,
-            .count = row.listed.count,
-            .is_on = to_be_on};
+Message message_of(const ListedMessage& listed) {
+    return {.frame = listed.frame,
+            .period_us = listed.period_us,
+            .count = listed.count,
+            .is_on = listed.is_on};
 }
 
 void switch_row(int row, bool to_be_on) {
     if (is_on(row_at(row)) != to_be_on) {
-        message_change(row_at(row).number, message_of(row_at(row), to_be_on));
+        message_switch(row_at(row).number, to_be_on);
         show_state(row);
     }
 }
@@ -171,7 +171,7 @@ bool insert_row(int before, const ListedMessage& listed) {
         return false;
     }
     Row row{.listed = listed, .number = 0, .shown = {}};
-    row.number = message_add(message_of(row, listed.is_on));
+    row.number = message_add(message_of(listed));
     row.shown.is_on = !listed.is_on;  // nothing is shown yet
     rows.insert(rows.begin() + before, row);
     table_insert(before);
@@ -221,7 +221,7 @@ void edit(int row, MessageField field, const char* text) {
     }
     accept();
     row_at(row).listed = changed;
-    message_change(row_at(row).number, message_of(row_at(row), is_on(row_at(row))));
+    message_change(row_at(row).number, message_of(changed));
     table_show_message(row, changed);
     is_unsaved = true;
 }
