@@ -22,6 +22,7 @@ namespace {
 
 constexpr const char* kGroup = "transmit";
 constexpr const char* kListKey = "list";
+constexpr const char* kUnsavedKey = "unsaved";
 constexpr unsigned int kFirstId = 0x100;
 constexpr int kFirstLength = 8;
 
@@ -61,7 +62,8 @@ struct Row {
 };
 std::vector<Row> rows;
 
-bool is_unsaved = false;   // the list was edited since it was loaded or saved
+bool is_unsaved = false;   // the list is in no file as it stands here
+bool is_unread = false;    // the list that the settings hold is none, and was not replaced
 bool has_refused = false;  // the window's bar says why an edit was refused
 
 int row_cnt() {
@@ -158,11 +160,14 @@ Message message_of(const ListedMessage& listed) {
             .is_on = listed.is_on};
 }
 
-void switch_row(int row, bool to_be_on) {
-    if (is_on(row_at(row)) != to_be_on) {
-        message_switch(row_at(row).number, to_be_on);
-        show_state(row);
+// Result: whether it was not so before.
+bool switch_row(int row, bool to_be_on) {
+    if (is_on(row_at(row)) == to_be_on) {
+        return false;
     }
+    message_switch(row_at(row).number, to_be_on);
+    show_state(row);
+    return true;
 }
 
 bool insert_row(int before, const ListedMessage& listed) {
@@ -279,9 +284,8 @@ void send_once() {
 void switch_all(bool to_be_on) {
     accept();
     for (int row = 0; row < row_cnt(); ++row) {
-        switch_row(row, to_be_on);
+        is_unsaved = switch_row(row, to_be_on) || is_unsaved;
     }
-    is_unsaved = true;
 }
 
 void load_list() {
@@ -297,6 +301,7 @@ void load_list() {
     }
     if (messages_load(path.get(), &list, &fault)) {
         put_list(list);
+        is_unread = false;
     } else {
         refuse(fault);
     }
@@ -329,6 +334,7 @@ void open(GtkBuilder* builder) {
     lookup_all(builder, kFields);
     rows.clear();
     is_unsaved = false;
+    is_unread = false;
     has_refused = false;
     table_open(
         page.tree,
@@ -355,24 +361,41 @@ void close() {
     rows.clear();
 }
 
+// The text stays in the settings, where the user can mend it, until another list stands here.
+void tell_unread(const std::string& fault) {
+    is_unread = true;
+    monitor_say("The messages of the last time are not here: " + fault +
+                " Correct the list in tavu-utility/monitor.ini, in the folder of your settings, "
+                "while this window is closed; a new list here replaces it.");
+}
+
 // Messages begin switched off: nobody expects the window to send by being opened.
 void load(GKeyFile* settings) {
     table_load(settings, kGroup);
+    if (g_key_file_has_key(settings, kGroup, kListKey, nullptr) == FALSE) {
+        return;
+    }
     const GText text = setting_text(settings, kGroup, kListKey);
     MessageList list;
-    std::string fault;
+    std::string fault = "the list is no text.";
     if (text == nullptr || !messages_parse(text.get(), &list, &fault)) {
+        tell_unread(fault);
         return;
     }
     for (ListedMessage& listed : list) {
         listed.is_on = false;
     }
     put_list(list);
+    is_unsaved = setting_bool(settings, kGroup, kUnsavedKey, true);
 }
 
 void save(GKeyFile* settings) {
     table_save(settings, kGroup);
+    if (is_unread && rows.empty()) {
+        return;
+    }
     g_key_file_set_string(settings, kGroup, kListKey, messages_write(list_now()).c_str());
+    g_key_file_set_boolean(settings, kGroup, kUnsavedKey, is_unsaved ? TRUE : FALSE);
 }
 
 }  // namespace
