@@ -104,7 +104,7 @@ void show_state(int row) {
     const MessageState& shown = row_at(row).shown;
     if (state.is_on != shown.is_on || state.sent != shown.sent ||
         state.overruns != shown.overruns || state.failures != shown.failures) {
-        if (table_show_state(row, state)) {
+        if (transmit_table_show_state(row, state)) {
             row_at(row).shown = state;
         }
     }
@@ -130,7 +130,7 @@ void refresh(bool is_shown) {
     if (!is_shown) {
         return;
     }
-    const auto [first, last] = table_visible();
+    const auto [first, last] = transmit_table_visible();
     for (int row = first; row <= last && row < row_cnt(); ++row) {
         show_state(row);
     }
@@ -179,8 +179,8 @@ bool insert_row(int before, const ListedMessage& listed) {
     row.number = message_add(message_of(listed));
     row.shown.is_on = !listed.is_on;  // nothing is shown yet
     rows.insert(rows.begin() + before, row);
-    table_insert(before);
-    table_show_message(before, listed);
+    transmit_table_insert(before);
+    transmit_table_show_message(before, listed);
     show_state(before);
     return true;
 }
@@ -188,7 +188,7 @@ bool insert_row(int before, const ListedMessage& listed) {
 void remove_row(int row) {
     message_remove(row_at(row).number);
     rows.erase(rows.begin() + row);
-    table_remove(row);
+    transmit_table_remove(row);
 }
 
 void remove_all() {
@@ -203,10 +203,10 @@ void put_list(const MessageList& list) {
         insert_row(row_cnt(), listed);
     }
     if (!rows.empty()) {
-        table_select(0);
+        transmit_table_select(0);
     }
     is_unsaved = false;
-    enable_buttons(table_selected());
+    enable_buttons(transmit_table_selected());
 }
 
 // ---- Actions -------------------------------------------------------------------------------
@@ -227,7 +227,7 @@ void edit(int row, MessageField field, const char* text) {
     accept();
     row_at(row).listed = changed;
     message_change(row_at(row).number, message_of(changed));
-    table_show_message(row, changed);
+    transmit_table_show_message(row, changed);
     is_unsaved = true;
 }
 
@@ -235,7 +235,7 @@ void insert_and_select(int before, const ListedMessage& listed) {
     accept();
     if (insert_row(before, listed)) {
         is_unsaved = true;
-        table_select(before);
+        transmit_table_select(before);
         enable_buttons(before);
     }
 }
@@ -250,7 +250,7 @@ void add() {
 }
 
 void copy() {
-    const int row = table_selected();
+    const int row = transmit_table_selected();
     ListedMessage listed = row_at(row).listed;
     listed.is_on = false;
     insert_and_select(row + 1, listed);
@@ -261,22 +261,22 @@ void remove(int row) {
     remove_row(row);
     is_unsaved = true;
     if (!rows.empty()) {
-        table_select(std::min(row, row_cnt() - 1));
+        transmit_table_select(std::min(row, row_cnt() - 1));
     }
-    enable_buttons(table_selected());
+    enable_buttons(transmit_table_selected());
 }
 
 void move(int by) {
-    const int row = table_selected();
+    const int row = transmit_table_selected();
     std::swap(row_at(row), row_at(row + by));
-    table_swap(row, row + by);
+    transmit_table_swap(row, row + by);
     is_unsaved = true;
     enable_buttons(row + by);
 }
 
 void send_once() {
     accept();
-    if (message_send_once(row_at(table_selected()).number) != TAVU_SUCCESS) {
+    if (message_send_once(row_at(transmit_table_selected()).number) != TAVU_SUCCESS) {
         refuse("Nothing is sent before a module is connected and CAN is started.");
     }
 }
@@ -336,12 +336,12 @@ void open(GtkBuilder* builder) {
     is_unsaved = false;
     is_unread = false;
     has_refused = false;
-    table_open(
+    transmit_table_open(
         page.tree,
         {.toggle = toggle, .edit = edit, .add = add, .remove = remove, .selected = enable_buttons});
     connect<add>(page.add_btn);
     connect<copy>(page.copy_btn);
-    connect<[] { remove(table_selected()); }>(page.remove_btn);
+    connect<[] { remove(transmit_table_selected()); }>(page.remove_btn);
     connect<[] { move(-1); }>(page.up_btn);
     connect<[] { move(1); }>(page.down_btn);
     connect<send_once>(page.once_btn);
@@ -371,7 +371,7 @@ void tell_unread(const std::string& fault) {
 
 // Messages begin switched off: nobody expects the window to send by being opened.
 void load(GKeyFile* settings) {
-    table_load(settings, kGroup);
+    transmit_table_load(settings, kGroup);
     if (g_key_file_has_key(settings, kGroup, kListKey, nullptr) == FALSE) {
         return;
     }
@@ -390,7 +390,7 @@ void load(GKeyFile* settings) {
 }
 
 void save(GKeyFile* settings) {
-    table_save(settings, kGroup);
+    transmit_table_save(settings, kGroup);
     if (is_unread && rows.empty()) {
         return;
     }
