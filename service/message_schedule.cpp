@@ -383,6 +383,15 @@ MessageState message_state(int number) {
     return found == entries.end() ? MessageState{} : found->second.state;
 }
 
+void messages_states(std::vector<std::pair<int, MessageState>>* states) {
+    states->clear();
+    states->reserve(entries.size());  // not under the lock
+    const std::scoped_lock lock(mutex);
+    for (const auto& [number, entry] : entries) {
+        states->emplace_back(number, entry.state);
+    }
+}
+
 void message_counts_reset() {
     const std::scoped_lock lock(mutex);
     for (auto& [number, entry] : entries) {

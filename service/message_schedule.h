@@ -7,6 +7,8 @@
 #include "lib/lib_tavu_2.h"
 
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 // Any number of messages, of both channels, beside a burst of procSend or without one. Messages that
 // are on are sent while the controller is started: procInitial and procConnect see to that, and a
@@ -45,6 +47,8 @@ struct MessageState {
         overruns;  // times that passed by a whole period before it could be sent; they are
                    // left out, never made up for
     bool is_on;    // false also once its count is reached
+
+    bool operator==(const MessageState& other) const = default;
 };
 
 // Adds a message. Result: its number, 1 or more; 0 when a value is out of range: nothing is added.
@@ -68,6 +72,10 @@ int message_send_once(int number);
 
 // All zero for a number that is none.
 MessageState message_state(int number);
+
+// All messages with their numbers, the lowest first, in place of what is in *states. Takes the
+// sender's lock once, where a message_state for each could hold the sender up as often.
+void messages_states(std::vector<std::pair<int, MessageState>>* states);
 
 // Sets all counters of all messages to 0.
 void message_counts_reset();

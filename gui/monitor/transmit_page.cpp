@@ -25,6 +25,8 @@ constexpr const char* kListKey = "list";
 constexpr const char* kUnsavedKey = "unsaved";
 constexpr unsigned int kFirstId = 0x100;
 constexpr int kFirstLength = 8;
+// Reading the states takes the sender's lock, and nobody reads faster.
+constexpr gint64 kStatesPeriod_us = G_USEC_PER_SEC / 10;
 
 struct TransmitWidgets {
     GtkWidget* tree;
@@ -54,13 +56,18 @@ constexpr WidgetField kFields[] = {
 };
 static_assert(fills_all_but<TransmitWidgets>(0, kFields));
 
-// A row of the table. Whether it is on the schedule knows, which also switches it off.
+// A row of the table. Whether it is on the schedule knows, which also switches it off: what it says
+// of that is in `state`, not in `listed`.
 struct Row {
     ListedMessage listed;
-    int number;  // of the schedule
+    int number;          // of the schedule
+    MessageState state;  // as read last
     MessageState shown;
 };
 std::vector<Row> rows;
+
+std::vector<std::pair<int, MessageState>> states;  // kept to use its memory again
+gint64 states_read_us = 0;  // when all states were read; 0: to be read with the next refresh
 
 bool is_unsaved = false;   // the list is in no file as it stands here
 bool is_unread = false;    // the list that the settings hold is none, and was not replaced
@@ -74,8 +81,20 @@ Row& row_at(int row) {
     return rows[static_cast<std::size_t>(row)];
 }
 
-bool is_on(const Row& row) {
-    return message_state(row.number).is_on;
+// ---- States --------------------------------------------------------------------------------
+
+void read_state(Row* row) {
+    row->state = message_state(row->number);
+}
+
+void read_states() {
+    states_read_us = g_get_monotonic_time();
+    messages_states(&states);
+    for (Row& row : rows) {
+        row.state =
+            std::ranges::lower_bound(states, row.number, {}, &std::pair<int, MessageState>::first)
+                ->second;
+    }
 }
 
 // ---- Showing -------------------------------------------------------------------------------
@@ -100,41 +119,40 @@ void show_label(GtkWidget* label, const std::string& text) {
 }
 
 void show_state(int row) {
-    const MessageState state = message_state(row_at(row).number);
-    const MessageState& shown = row_at(row).shown;
-    if (state.is_on != shown.is_on || state.sent != shown.sent ||
-        state.overruns != shown.overruns || state.failures != shown.failures) {
-        if (transmit_table_show_state(row, state)) {
-            row_at(row).shown = state;
-        }
+    Row& it = row_at(row);
+    if (it.state != it.shown && transmit_table_show_state(row, it.state)) {
+        it.shown = it.state;
     }
 }
 
-// The list with what is on now.
-MessageList list_now() {
-    MessageList list;
-    for (const Row& row : rows) {
-        list.push_back(row.listed);
-        list.back().is_on = is_on(row);
+void show_visible_states() {
+    const auto [first, last] = transmit_table_visible();
+    for (int row = first; row <= last && row < row_cnt(); ++row) {
+        show_state(row);
     }
-    return list;
 }
 
 void show_summary() {
-    const MessageList list = list_now();
-    show_label(page.state, transmit_state(list));
-    show_label(page.warning, transmit_warning(list));
+    TransmitCounts counts{.all = rows.size(), .on = {}, .fd_on = {}};
+    for (const Row& row : rows) {
+        const CAN_FRAME_INFO& frame = row.listed.frame;
+        const auto channel = static_cast<std::size_t>(frame.CAN_port);
+        counts.on[channel] += row.state.is_on ? 1 : 0;
+        counts.fd_on[channel] += row.state.is_on && frame.fdf != TAVU_FDF_OFF ? 1 : 0;
+    }
+    show_label(page.state, transmit_state(counts));
+    show_label(page.warning, transmit_warning(counts));
 }
 
 void refresh(bool is_shown) {
     if (!is_shown) {
         return;
     }
-    const auto [first, last] = transmit_table_visible();
-    for (int row = first; row <= last && row < row_cnt(); ++row) {
-        show_state(row);
+    if (g_get_monotonic_time() - states_read_us >= kStatesPeriod_us) {
+        read_states();
+        show_summary();
     }
-    show_summary();
+    show_visible_states();  // also of rows that have just come into sight
 }
 
 void enable_buttons(int selected) {
@@ -160,24 +178,15 @@ Message message_of(const ListedMessage& listed) {
             .is_on = listed.is_on};
 }
 
-// Result: whether it was not so before.
-bool switch_row(int row, bool to_be_on) {
-    if (is_on(row_at(row)) == to_be_on) {
-        return false;
-    }
-    message_switch(row_at(row).number, to_be_on);
-    show_state(row);
-    return true;
-}
-
 bool insert_row(int before, const ListedMessage& listed) {
     if (rows.size() == kMessagesMost) {
         refuse("A list has at most " + std::to_string(kMessagesMost) + " messages.");
         return false;
     }
-    Row row{.listed = listed, .number = 0, .shown = {}};
+    Row row{.listed = listed, .number = 0, .state = {}, .shown = {}};
     row.number = message_add(message_of(listed));
-    row.shown.is_on = !listed.is_on;  // nothing is shown yet
+    read_state(&row);
+    row.shown.is_on = !row.state.is_on;  // nothing is shown yet
     rows.insert(rows.begin() + before, row);
     transmit_table_insert(before);
     transmit_table_show_message(before, listed);
@@ -206,15 +215,24 @@ void put_list(const MessageList& list) {
         transmit_table_select(0);
     }
     is_unsaved = false;
+    states_read_us = 0;
     enable_buttons(transmit_table_selected());
 }
 
 // ---- Actions -------------------------------------------------------------------------------
 
+void list_changed() {
+    is_unsaved = true;
+    states_read_us = 0;
+}
+
+// Of what the user sees: a message that has just reached its count is not switched on again.
 void toggle(int row) {
     accept();
-    switch_row(row, !is_on(row_at(row)));
-    is_unsaved = true;
+    message_switch(row_at(row).number, !row_at(row).state.is_on);
+    read_state(&row_at(row));
+    show_state(row);
+    list_changed();
 }
 
 void edit(int row, MessageField field, const char* text) {
@@ -228,13 +246,13 @@ void edit(int row, MessageField field, const char* text) {
     row_at(row).listed = changed;
     message_change(row_at(row).number, message_of(changed));
     transmit_table_show_message(row, changed);
-    is_unsaved = true;
+    list_changed();
 }
 
 void insert_and_select(int before, const ListedMessage& listed) {
     accept();
     if (insert_row(before, listed)) {
-        is_unsaved = true;
+        list_changed();
         transmit_table_select(before);
         enable_buttons(before);
     }
@@ -259,7 +277,7 @@ void copy() {
 void remove(int row) {
     accept();
     remove_row(row);
-    is_unsaved = true;
+    list_changed();
     if (!rows.empty()) {
         transmit_table_select(std::min(row, row_cnt() - 1));
     }
@@ -270,7 +288,7 @@ void move(int by) {
     const int row = transmit_table_selected();
     std::swap(row_at(row), row_at(row + by));
     transmit_table_swap(row, row + by);
-    is_unsaved = true;
+    list_changed();
     enable_buttons(row + by);
 }
 
@@ -283,9 +301,26 @@ void send_once() {
 
 void switch_all(bool to_be_on) {
     accept();
-    for (int row = 0; row < row_cnt(); ++row) {
-        is_unsaved = switch_row(row, to_be_on) || is_unsaved;
+    read_states();
+    for (Row& row : rows) {
+        if (row.state.is_on != to_be_on) {
+            message_switch(row.number, to_be_on);
+            row.state.is_on = to_be_on;
+            list_changed();
+        }
     }
+}
+
+// The list with what is on now.
+MessageList list_now() {
+    MessageList list;
+    list.reserve(rows.size());
+    read_states();
+    for (const Row& row : rows) {
+        list.push_back(row.listed);
+        list.back().is_on = row.state.is_on;
+    }
+    return list;
 }
 
 void load_list() {
@@ -333,6 +368,7 @@ void connect(GtkWidget* button) {
 void open(GtkBuilder* builder) {
     lookup_all(builder, kFields);
     rows.clear();
+    states_read_us = 0;
     is_unsaved = false;
     is_unread = false;
     has_refused = false;

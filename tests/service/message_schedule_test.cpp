@@ -43,9 +43,12 @@ TEST_F(MessageSchedule, MessagesLeaveAtTheirPeriodsAsOftenAsTheirCountsSay) {
     EXPECT_GE(Clock::now() - begun, (kCount - 1) * 10ms);
     EXPECT_EQ(std::ranges::count(shown, 1U), kCount);
     EXPECT_EQ(std::ranges::count(shown, 2U), kCount);
-    for (const int number : numbers) {
-        const MessageState state = message_state(number);
+    std::vector<std::pair<int, MessageState>> states;
+    messages_states(&states);
+    EXPECT_EQ(states.size(), numbers.size());
+    for (const auto& [number, state] : states) {
         EXPECT_TRUE(state.sent == kCount && state.failures == 0 && !state.is_on);
+        EXPECT_TRUE(state == message_state(number));
     }
     EXPECT_EQ(station.wait_commands(2 * kCount, 10s).size(), 2 * kCount);
 }
