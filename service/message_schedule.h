@@ -23,8 +23,11 @@
 // frame of the channel. One thread sends for both channels: at the slowest bit rates, where the
 // delay is 21 ms, a message of one channel can hold up one of the other for so long.
 //
+// A burst beside the messages waits the pacing delay by itself, so the two together write at up to
+// twice the rate that the delay stands for. More than the module takes makes writes wait, then fail.
+//
 // What is sent goes to the transmit ring (traffic_queues.h) as the frames of a burst do; a frame
-// whose write failed does not.
+// whose write failed does not, even if the port sends it late (MessageState::failures).
 
 // Shortest and longest period.
 inline constexpr std::int64_t kPeriodLeast_us = 100;
@@ -41,8 +44,10 @@ struct Message {
 
 // What became of a message since it was added or message_counts_reset.
 struct MessageState {
-    std::uint64_t sent;      // frame commands written
-    std::uint64_t failures;  // frame commands that could not be written
+    std::uint64_t sent;  // frame commands written
+    // Frame commands that could not be written. One that the port had taken in part when the wait
+    // for room, 100 ms, was over is among them, though its rest leaves before the next command.
+    std::uint64_t failures;
     std::uint64_t
         overruns;  // times that passed by a whole period before it could be sent; they are
                    // left out, never made up for
@@ -67,7 +72,8 @@ int message_switch(int number, bool is_on);
 void message_remove(int number);
 
 // Sends a message once, now, whether it is on or not; its times and count are not touched.
-// TAVU_FAILURE when there is no such message or messages_are_sent is not so.
+// TAVU_FAILURE when there is no such message, messages_are_sent is not so or no thread can be made:
+// it is not sent later either.
 int message_send_once(int number);
 
 // All zero for a number that is none.

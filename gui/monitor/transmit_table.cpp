@@ -56,8 +56,9 @@ constexpr std::array<ColumnSetup, TRANSMIT_COLUMN_CNT> kColumns{{
     {TRANSMIT_SENT, "sent", "Sent", "Frames sent since Clear", "1000000", count, true},
     {TRANSMIT_OVERRUNS, "overruns", "Overruns",
      "Frames left out as the channel or the computer was too busy", "00000", count, true},
-    {TRANSMIT_FAILED, "failed", "Failed", "Frames that the port did not take", "00000", count,
-     true},
+    {TRANSMIT_FAILED, "failed", "Failed",
+     "Frames that the port did not take in time; one that it took in part is sent late", "00000",
+     count, true},
 }};
 
 GtkTreeView* view = nullptr;
