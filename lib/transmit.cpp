@@ -1,6 +1,7 @@
 // lib/transmit.cpp - library: builds frame commands, paces them and writes them to an open port.
 // Uses lib/link.h, lib/rs232.h. Knows nothing of rings, threads or windows.
-// Thread: any, one sender per port at a time; may be cancelled at its wait, never inside a command.
+// Thread: any; may be cancelled at its wait, never inside a command. Senders of one port take turns,
+// a command each, but each call waits the pacing delay by itself: two write at up to twice the rate.
 // SPDX-License-Identifier: MIT
 #include "lib/link.h"
 #include "lib/rs232.h"

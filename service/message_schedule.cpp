@@ -37,7 +37,7 @@ constexpr int kFdCodeMost = 15;
 struct Entry {
     Message message;  // its frame as it is sent
     MessageState state;
-    Time due;            // the next frame leaves then; while the message is on, zero before a start
+    Time due;  // the next frame leaves then; while the message is on. Zero: not chosen yet
     std::uint32_t left;  // of the count; while the message is on
     bool is_once;        // one more frame is asked for
 };
@@ -295,15 +295,18 @@ int message_add(const Message& message) {
         return 0;
     }
     const int number = ++last_number;
+    MessageState state{};
+    state.is_on = message.is_on;
+    const Time due = message.is_on ? first_due(number, message.period_us) : Time{};
     {
         const std::scoped_lock lock(mutex);
         entries.emplace(number, Entry{.message = message_to_send(message),
-                                      .state = {},
-                                      .due = {},
-                                      .left = 0,
+                                      .state = state,
+                                      .due = due,
+                                      .left = message.count,
                                       .is_once = false});
     }
-    message_change(number, message);
+    sender_notify();
     return number;
 }
 
@@ -312,19 +315,37 @@ int message_change(int number, const Message& message) {
     if (found == entries.end() || !message_is_valid(message)) {
         return TAVU_FAILURE;
     }
-    const Time due = message.is_on ? first_due(number, message.period_us) : Time{};
+    Entry& entry = found->second;
+    const bool has_new_times = message.period_us != entry.message.period_us;
+    const Time due = has_new_times ? first_due(number, message.period_us) : Time{};
     {
         const std::scoped_lock lock(mutex);
-        Entry& entry = found->second;
-        const bool is_switched = message.is_on != entry.state.is_on;
-        if (is_switched || message.period_us != entry.message.period_us) {
+        if (has_new_times) {
             entry.due = due;
         }
-        if (is_switched || message.count != entry.message.count) {
+        if (message.count != entry.message.count) {
             entry.left = message.count;
         }
         entry.message = message_to_send(message);
-        entry.state.is_on = message.is_on;
+    }
+    sender_notify();
+    return TAVU_SUCCESS;
+}
+
+int message_switch(int number, bool is_on) {
+    const auto found = entries.find(number);
+    if (found == entries.end()) {
+        return TAVU_FAILURE;
+    }
+    Entry& entry = found->second;
+    const Time due = is_on ? first_due(number, entry.message.period_us) : Time{};
+    {
+        const std::scoped_lock lock(mutex);
+        if (is_on && !entry.state.is_on) {
+            entry.due = due;
+            entry.left = entry.message.count;
+        }
+        entry.state.is_on = is_on;
     }
     sender_notify();
     return TAVU_SUCCESS;
@@ -349,13 +370,26 @@ int message_send_once(int number) {
         const std::scoped_lock lock(mutex);
         found->second.is_once = true;
     }
-    return sender_notify() ? TAVU_SUCCESS : TAVU_FAILURE;
+    if (sender_notify()) {
+        return TAVU_SUCCESS;
+    }
+    found->second.is_once = false;  // there is no thread, or a later one would send it
+    return TAVU_FAILURE;
 }
 
 MessageState message_state(int number) {
     const std::scoped_lock lock(mutex);
     const auto found = entries.find(number);
     return found == entries.end() ? MessageState{} : found->second.state;
+}
+
+void messages_states(std::vector<std::pair<int, MessageState>>* states) {
+    states->clear();
+    states->reserve(entries.size());  // not under the lock
+    const std::scoped_lock lock(mutex);
+    for (const auto& [number, entry] : entries) {
+        states->emplace_back(number, entry.state);
+    }
 }
 
 void message_counts_reset() {

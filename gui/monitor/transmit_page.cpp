@@ -22,8 +22,11 @@ namespace {
 
 constexpr const char* kGroup = "transmit";
 constexpr const char* kListKey = "list";
+constexpr const char* kUnsavedKey = "unsaved";
 constexpr unsigned int kFirstId = 0x100;
 constexpr int kFirstLength = 8;
+// Reading the states takes the sender's lock, and nobody reads faster.
+constexpr gint64 kStatesPeriod_us = G_USEC_PER_SEC / 10;
 
 struct TransmitWidgets {
     GtkWidget* tree;
@@ -53,15 +56,21 @@ constexpr WidgetField kFields[] = {
 };
 static_assert(fills_all_but<TransmitWidgets>(0, kFields));
 
-// A row of the table. Whether it is on the schedule knows, which also switches it off.
+// A row of the table. Whether it is on the schedule knows, which also switches it off: what it says
+// of that is in `state`, not in `listed`.
 struct Row {
     ListedMessage listed;
-    int number;  // of the schedule
+    int number;          // of the schedule
+    MessageState state;  // as read last
     MessageState shown;
 };
 std::vector<Row> rows;
 
-bool is_unsaved = false;   // the list was edited since it was loaded or saved
+std::vector<std::pair<int, MessageState>> states;  // kept to use its memory again
+gint64 states_read_us = 0;  // when all states were read; 0: to be read with the next refresh
+
+bool is_unsaved = false;   // the list is in no file as it stands here
+bool is_unread = false;    // the list that the settings hold is none, and was not replaced
 bool has_refused = false;  // the window's bar says why an edit was refused
 
 int row_cnt() {
@@ -72,8 +81,20 @@ Row& row_at(int row) {
     return rows[static_cast<std::size_t>(row)];
 }
 
-bool is_on(const Row& row) {
-    return message_state(row.number).is_on;
+// ---- States --------------------------------------------------------------------------------
+
+void read_state(Row* row) {
+    row->state = message_state(row->number);
+}
+
+void read_states() {
+    states_read_us = g_get_monotonic_time();
+    messages_states(&states);
+    for (Row& row : rows) {
+        row.state =
+            std::ranges::lower_bound(states, row.number, {}, &std::pair<int, MessageState>::first)
+                ->second;
+    }
 }
 
 // ---- Showing -------------------------------------------------------------------------------
@@ -98,41 +119,40 @@ void show_label(GtkWidget* label, const std::string& text) {
 }
 
 void show_state(int row) {
-    const MessageState state = message_state(row_at(row).number);
-    const MessageState& shown = row_at(row).shown;
-    if (state.is_on != shown.is_on || state.sent != shown.sent ||
-        state.overruns != shown.overruns || state.failures != shown.failures) {
-        if (table_show_state(row, state)) {
-            row_at(row).shown = state;
-        }
+    Row& it = row_at(row);
+    if (it.state != it.shown && transmit_table_show_state(row, it.state)) {
+        it.shown = it.state;
     }
 }
 
-// The list with what is on now.
-MessageList list_now() {
-    MessageList list;
-    for (const Row& row : rows) {
-        list.push_back(row.listed);
-        list.back().is_on = is_on(row);
+void show_visible_states() {
+    const auto [first, last] = transmit_table_visible();
+    for (int row = first; row <= last && row < row_cnt(); ++row) {
+        show_state(row);
     }
-    return list;
 }
 
 void show_summary() {
-    const MessageList list = list_now();
-    show_label(page.state, transmit_state(list));
-    show_label(page.warning, transmit_warning(list));
+    TransmitCounts counts{.all = rows.size(), .on = {}, .fd_on = {}};
+    for (const Row& row : rows) {
+        const CAN_FRAME_INFO& frame = row.listed.frame;
+        const auto channel = static_cast<std::size_t>(frame.CAN_port);
+        counts.on[channel] += row.state.is_on ? 1 : 0;
+        counts.fd_on[channel] += row.state.is_on && frame.fdf != TAVU_FDF_OFF ? 1 : 0;
+    }
+    show_label(page.state, transmit_state(counts));
+    show_label(page.warning, transmit_warning(counts));
 }
 
 void refresh(bool is_shown) {
     if (!is_shown) {
         return;
     }
-    const auto [first, last] = table_visible();
-    for (int row = first; row <= last && row < row_cnt(); ++row) {
-        show_state(row);
+    if (g_get_monotonic_time() - states_read_us >= kStatesPeriod_us) {
+        read_states();
+        show_summary();
     }
-    show_summary();
+    show_visible_states();  // also of rows that have just come into sight
 }
 
 void enable_buttons(int selected) {
@@ -151,18 +171,11 @@ void enable_buttons(int selected) {
 
 // ---- Rows ----------------------------------------------------------------------------------
 
-Message message_of(const Row& row, bool to_be_on) {
-    return {.frame = row.listed.frame,
-            .period_us = row.listed.period_us,
-            .count = row.listed.count,
-            .is_on = to_be_on};
-}
-
-void switch_row(int row, bool to_be_on) {
-    if (is_on(row_at(row)) != to_be_on) {
-        message_change(row_at(row).number, message_of(row_at(row), to_be_on));
-        show_state(row);
-    }
+Message message_of(const ListedMessage& listed) {
+    return {.frame = listed.frame,
+            .period_us = listed.period_us,
+            .count = listed.count,
+            .is_on = listed.is_on};
 }
 
 bool insert_row(int before, const ListedMessage& listed) {
@@ -170,12 +183,13 @@ bool insert_row(int before, const ListedMessage& listed) {
         refuse("A list has at most " + std::to_string(kMessagesMost) + " messages.");
         return false;
     }
-    Row row{.listed = listed, .number = 0, .shown = {}};
-    row.number = message_add(message_of(row, listed.is_on));
-    row.shown.is_on = !listed.is_on;  // nothing is shown yet
+    Row row{.listed = listed, .number = 0, .state = {}, .shown = {}};
+    row.number = message_add(message_of(listed));
+    read_state(&row);
+    row.shown.is_on = !row.state.is_on;  // nothing is shown yet
     rows.insert(rows.begin() + before, row);
-    table_insert(before);
-    table_show_message(before, listed);
+    transmit_table_insert(before);
+    transmit_table_show_message(before, listed);
     show_state(before);
     return true;
 }
@@ -183,7 +197,7 @@ bool insert_row(int before, const ListedMessage& listed) {
 void remove_row(int row) {
     message_remove(row_at(row).number);
     rows.erase(rows.begin() + row);
-    table_remove(row);
+    transmit_table_remove(row);
 }
 
 void remove_all() {
@@ -198,18 +212,27 @@ void put_list(const MessageList& list) {
         insert_row(row_cnt(), listed);
     }
     if (!rows.empty()) {
-        table_select(0);
+        transmit_table_select(0);
     }
     is_unsaved = false;
-    enable_buttons(table_selected());
+    states_read_us = 0;
+    enable_buttons(transmit_table_selected());
 }
 
 // ---- Actions -------------------------------------------------------------------------------
 
+void list_changed() {
+    is_unsaved = true;
+    states_read_us = 0;
+}
+
+// Of what the user sees: a message that has just reached its count is not switched on again.
 void toggle(int row) {
     accept();
-    switch_row(row, !is_on(row_at(row)));
-    is_unsaved = true;
+    message_switch(row_at(row).number, !row_at(row).state.is_on);
+    read_state(&row_at(row));
+    show_state(row);
+    list_changed();
 }
 
 void edit(int row, MessageField field, const char* text) {
@@ -221,16 +244,16 @@ void edit(int row, MessageField field, const char* text) {
     }
     accept();
     row_at(row).listed = changed;
-    message_change(row_at(row).number, message_of(row_at(row), is_on(row_at(row))));
-    table_show_message(row, changed);
-    is_unsaved = true;
+    message_change(row_at(row).number, message_of(changed));
+    transmit_table_show_message(row, changed);
+    list_changed();
 }
 
 void insert_and_select(int before, const ListedMessage& listed) {
     accept();
     if (insert_row(before, listed)) {
-        is_unsaved = true;
-        table_select(before);
+        list_changed();
+        transmit_table_select(before);
         enable_buttons(before);
     }
 }
@@ -245,7 +268,7 @@ void add() {
 }
 
 void copy() {
-    const int row = table_selected();
+    const int row = transmit_table_selected();
     ListedMessage listed = row_at(row).listed;
     listed.is_on = false;
     insert_and_select(row + 1, listed);
@@ -254,34 +277,50 @@ void copy() {
 void remove(int row) {
     accept();
     remove_row(row);
-    is_unsaved = true;
+    list_changed();
     if (!rows.empty()) {
-        table_select(std::min(row, row_cnt() - 1));
+        transmit_table_select(std::min(row, row_cnt() - 1));
     }
-    enable_buttons(table_selected());
+    enable_buttons(transmit_table_selected());
 }
 
 void move(int by) {
-    const int row = table_selected();
+    const int row = transmit_table_selected();
     std::swap(row_at(row), row_at(row + by));
-    table_swap(row, row + by);
-    is_unsaved = true;
+    transmit_table_swap(row, row + by);
+    list_changed();
     enable_buttons(row + by);
 }
 
 void send_once() {
     accept();
-    if (message_send_once(row_at(table_selected()).number) != TAVU_SUCCESS) {
+    if (message_send_once(row_at(transmit_table_selected()).number) != TAVU_SUCCESS) {
         refuse("Nothing is sent before a module is connected and CAN is started.");
     }
 }
 
 void switch_all(bool to_be_on) {
     accept();
-    for (int row = 0; row < row_cnt(); ++row) {
-        switch_row(row, to_be_on);
+    read_states();
+    for (Row& row : rows) {
+        if (row.state.is_on != to_be_on) {
+            message_switch(row.number, to_be_on);
+            row.state.is_on = to_be_on;
+            list_changed();
+        }
     }
-    is_unsaved = true;
+}
+
+// The list with what is on now.
+MessageList list_now() {
+    MessageList list;
+    list.reserve(rows.size());
+    read_states();
+    for (const Row& row : rows) {
+        list.push_back(row.listed);
+        list.back().is_on = row.state.is_on;
+    }
+    return list;
 }
 
 void load_list() {
@@ -297,6 +336,7 @@ void load_list() {
     }
     if (messages_load(path.get(), &list, &fault)) {
         put_list(list);
+        is_unread = false;
     } else {
         refuse(fault);
     }
@@ -328,14 +368,16 @@ void connect(GtkWidget* button) {
 void open(GtkBuilder* builder) {
     lookup_all(builder, kFields);
     rows.clear();
+    states_read_us = 0;
     is_unsaved = false;
+    is_unread = false;
     has_refused = false;
-    table_open(
+    transmit_table_open(
         page.tree,
         {.toggle = toggle, .edit = edit, .add = add, .remove = remove, .selected = enable_buttons});
     connect<add>(page.add_btn);
     connect<copy>(page.copy_btn);
-    connect<[] { remove(table_selected()); }>(page.remove_btn);
+    connect<[] { remove(transmit_table_selected()); }>(page.remove_btn);
     connect<[] { move(-1); }>(page.up_btn);
     connect<[] { move(1); }>(page.down_btn);
     connect<send_once>(page.once_btn);
@@ -355,24 +397,41 @@ void close() {
     rows.clear();
 }
 
+// The text stays in the settings, where the user can mend it, until another list stands here.
+void tell_unread(const std::string& fault) {
+    is_unread = true;
+    monitor_say("The messages of the last time are not here: " + fault +
+                " Correct the list in tavu-utility/monitor.ini, in the folder of your settings, "
+                "while this window is closed; a new list here replaces it.");
+}
+
 // Messages begin switched off: nobody expects the window to send by being opened.
 void load(GKeyFile* settings) {
-    table_load(settings, kGroup);
+    transmit_table_load(settings, kGroup);
+    if (g_key_file_has_key(settings, kGroup, kListKey, nullptr) == FALSE) {
+        return;
+    }
     const GText text = setting_text(settings, kGroup, kListKey);
     MessageList list;
-    std::string fault;
+    std::string fault = "the list is no text.";
     if (text == nullptr || !messages_parse(text.get(), &list, &fault)) {
+        tell_unread(fault);
         return;
     }
     for (ListedMessage& listed : list) {
         listed.is_on = false;
     }
     put_list(list);
+    is_unsaved = setting_bool(settings, kGroup, kUnsavedKey, true);
 }
 
 void save(GKeyFile* settings) {
-    table_save(settings, kGroup);
+    transmit_table_save(settings, kGroup);
+    if (is_unread && rows.empty()) {
+        return;
+    }
     g_key_file_set_string(settings, kGroup, kListKey, messages_write(list_now()).c_str());
+    g_key_file_set_boolean(settings, kGroup, kUnsavedKey, is_unsaved ? TRUE : FALSE);
 }
 
 }  // namespace

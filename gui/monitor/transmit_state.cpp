@@ -9,13 +9,9 @@
 #include "service/apipart.h"
 #include "service/message_schedule.h"
 
-#include <algorithm>
+#include <numeric>
 
 namespace {
-
-bool is_on(const ListedMessage& message) {
-    return message.is_on;
-}
 
 std::string what_is_missing() {
     if (!is_connect) {
@@ -34,18 +30,13 @@ bool has_fd(int channel) {
     return upui_info.device_type == 1 && upui_info.cfg_info_canfd.fdf_en[channel] != 0;
 }
 
-std::string channel_warning(std::span<const ListedMessage> list, int channel) {
-    const auto is_here = [channel](const ListedMessage& message) {
-        return message.is_on && message.frame.CAN_port == channel;
-    };
-    const auto is_fd_here = [&](const ListedMessage& message) {
-        return is_here(message) && message.frame.fdf != TAVU_FDF_OFF;
-    };
+std::string channel_warning(const TransmitCounts& counts, int channel) {
+    const auto place = static_cast<std::size_t>(channel);
     const std::string name = "CAN " + std::to_string(channel + 1);
-    if (is_listening(channel) && std::ranges::any_of(list, is_here)) {
+    if (is_listening(channel) && counts.on[place] > 0) {
         return name + " is in listen mode and puts no message on the bus. ";
     }
-    if (!has_fd(channel) && std::ranges::any_of(list, is_fd_here)) {
+    if (!has_fd(channel) && counts.fd_on[place] > 0) {
         return "CAN FD is off on " + name + ", which does not send its CAN FD messages. ";
     }
     return "";
@@ -53,13 +44,13 @@ std::string channel_warning(std::span<const ListedMessage> list, int channel) {
 
 }  // namespace
 
-std::string transmit_state(std::span<const ListedMessage> list) {
-    if (list.empty()) {
+std::string transmit_state(const TransmitCounts& counts) {
+    if (counts.all == 0) {
         return "No messages. Add one, or load a list.";
     }
-    const auto on = std::ranges::count_if(list, is_on);
-    std::string text = std::to_string(on) + " of " + std::to_string(list.size()) +
-                       (list.size() == 1 ? " message is on" : " messages are on");
+    const std::size_t on = std::reduce(counts.on.begin(), counts.on.end());
+    std::string text = std::to_string(on) + " of " + std::to_string(counts.all) +
+                       (counts.all == 1 ? " message is on" : " messages are on");
     if (on == 0) {
         return text + '.';
     }
@@ -70,10 +61,10 @@ std::string transmit_state(std::span<const ListedMessage> list) {
                                        : ", but nothing is sent. Stop CAN and start it again.");
 }
 
-std::string transmit_warning(std::span<const ListedMessage> list) {
+std::string transmit_warning(const TransmitCounts& counts) {
     std::string text;
     for (int channel = 0; is_connect && channel < TAVU_CHANNEL_CNT; ++channel) {
-        text += channel_warning(list, channel);
+        text += channel_warning(counts, channel);
     }
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }

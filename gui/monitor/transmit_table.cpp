@@ -23,6 +23,7 @@ enum class Cell { toggle, text, choice, count };
 
 struct ColumnSetup {
     TransmitColumn column;
+    const char* id;  // in the settings
     const char* title;
     const char* tip;
     const char* widest;  // text that the column has room for
@@ -36,26 +37,28 @@ using enum Cell;
 using Field = MessageField;
 
 constexpr std::array<ColumnSetup, TRANSMIT_COLUMN_CNT> kColumns{{
-    {TRANSMIT_ON, "On", "Whether it is sent while CAN is started (Space)", "", toggle},
-    {TRANSMIT_NAME, "Name", "Any text", "Engine speed", text, false, Field::name},
-    {TRANSMIT_CHANNEL, "Channel", "Channel that sends it", "CAN 1", choice, false, Field::channel,
-     kMessageChannels},
-    {TRANSMIT_ID, "ID", "Identifier: 1 to 3 hexadecimal digits are 11-bit, 4 to 8 are 29-bit",
+    {TRANSMIT_ON, "on", "On", "Whether it is sent while CAN is started (Space)", "", toggle},
+    {TRANSMIT_NAME, "name", "Name", "Any text", "Engine speed", text, false, Field::name},
+    {TRANSMIT_CHANNEL, "channel", "Channel", "Channel that sends it", "CAN 1", choice, false,
+     Field::channel, kMessageChannels},
+    {TRANSMIT_ID, "id", "ID", "Identifier: 1 to 3 hexadecimal digits are 11-bit, 4 to 8 are 29-bit",
      "00000000", text, true, Field::identifier},
-    {TRANSMIT_KIND, "Kind",
+    {TRANSMIT_KIND, "kind", "Kind",
      "Data or remote frame, CAN FD (FD), CAN FD with bit-rate switch (FD BRS)", "FD BRS", choice,
      false, Field::kind, kMessageKinds},
-    {TRANSMIT_LENGTH, "Length", "Bytes of the frame", "64", text, true, Field::length},
-    {TRANSMIT_DATA, "Data", "Bytes of the frame, hexadecimal", "00 00 00 00 00 00 00 00", text,
-     false, Field::data},
-    {TRANSMIT_PERIOD, "Period [ms]", "Time from one frame to the next, 0.1 to 3600000 ms",
+    {TRANSMIT_LENGTH, "length", "Length", "Bytes of the frame", "64", text, true, Field::length},
+    {TRANSMIT_DATA, "data", "Data", "Bytes of the frame, hexadecimal", "00 00 00 00 00 00 00 00",
+     text, false, Field::data},
+    {TRANSMIT_PERIOD, "period", "Period [ms]", "Time from one frame to the next, 0.1 to 3600000 ms",
      "36000.5", text, true, Field::period},
-    {TRANSMIT_COUNT, "Count", "Frames after which it switches itself off; 0: without end",
+    {TRANSMIT_COUNT, "count", "Count", "Frames after which it switches itself off; 0: without end",
      "1000000", text, true, Field::count},
-    {TRANSMIT_SENT, "Sent", "Frames sent since Clear", "1000000", count, true},
-    {TRANSMIT_OVERRUNS, "Overruns", "Frames left out as the channel or the computer was too busy",
-     "00000", count, true},
-    {TRANSMIT_FAILED, "Failed", "Frames that the port did not take", "00000", count, true},
+    {TRANSMIT_SENT, "sent", "Sent", "Frames sent since Clear", "1000000", count, true},
+    {TRANSMIT_OVERRUNS, "overruns", "Overruns",
+     "Frames left out as the channel or the computer was too busy", "00000", count, true},
+    {TRANSMIT_FAILED, "failed", "Failed",
+     "Frames that the port did not take in time; one that it took in part is sent late", "00000",
+     count, true},
 }};
 
 GtkTreeView* view = nullptr;
@@ -112,12 +115,12 @@ void on_editor_gone(GtkWidget* tree, GtkWidget* /*editor*/, gpointer /*user_data
 }
 
 void on_selection_changed(GtkTreeSelection* /*selection*/, gpointer /*user_data*/) {
-    act.selected(table_selected());
+    act.selected(transmit_table_selected());
 }
 
 // Keys of the list, none of which the view itself needs.
 gboolean on_key(GtkWidget* /*tree*/, GdkEventKey* event, gpointer /*user_data*/) {
-    const int row = table_selected();
+    const int row = transmit_table_selected();
     const bool is_plain = (event->state & (GDK_CONTROL_MASK | GDK_MOD1_MASK | GDK_SHIFT_MASK)) == 0;
     if (!is_plain) {
         return FALSE;
@@ -222,13 +225,13 @@ GtkListStore* empty_store() {
     return gtk_list_store_newv(TRANSMIT_COLUMN_CNT, types.data());
 }
 
-std::string width_key(std::size_t index) {
-    return "width_" + std::to_string(index);
+std::string width_key(const ColumnSetup& setup) {
+    return std::string("column-") + setup.id;
 }
 
 }  // namespace
 
-void table_open(GtkWidget* tree, const TransmitActions& actions) {
+void transmit_table_open(GtkWidget* tree, const TransmitActions& actions) {
     view = GTK_TREE_VIEW(tree);
     act = actions;
     is_editing = false;
@@ -245,28 +248,28 @@ void table_open(GtkWidget* tree, const TransmitActions& actions) {
     g_signal_connect_after(tree, "remove", G_CALLBACK(on_editor_gone), nullptr);
 }
 
-void table_insert(int before) {
+void transmit_table_insert(int before) {
     GtkTreeIter iter{};
     gtk_list_store_insert(store, &iter, before);
 }
 
-void table_remove(int row) {
+void transmit_table_remove(int row) {
     GtkTreeIter iter = iter_of(row);
     gtk_list_store_remove(store, &iter);
 }
 
-void table_swap(int row, int other) {
+void transmit_table_swap(int row, int other) {
     GtkTreeIter first = iter_of(row);
     GtkTreeIter second = iter_of(other);
     gtk_list_store_swap(store, &first, &second);
 }
 
-void table_select(int row) {
+void transmit_table_select(int row) {
     const PathRef path(gtk_tree_path_new_from_indices(row, -1));
     gtk_tree_view_set_cursor(view, path.get(), nullptr, FALSE);
 }
 
-int table_selected() {
+int transmit_table_selected() {
     GtkTreeIter iter{};
     if (gtk_tree_selection_get_selected(gtk_tree_view_get_selection(view), nullptr, &iter) ==
         FALSE) {
@@ -276,7 +279,7 @@ int table_selected() {
     return gtk_tree_path_get_indices(path.get())[0];
 }
 
-void table_show_message(int row, const ListedMessage& message) {
+void transmit_table_show_message(int row, const ListedMessage& message) {
     GtkTreeIter iter = iter_of(row);
     for (const ColumnSetup& setup : kColumns) {
         if (setup.cell == text || setup.cell == choice) {
@@ -286,8 +289,8 @@ void table_show_message(int row, const ListedMessage& message) {
     }
 }
 
-bool table_show_state(int row, const MessageState& state) {
-    if (is_editing && row == table_selected()) {
+bool transmit_table_show_state(int row, const MessageState& state) {
+    if (is_editing && row == transmit_table_selected()) {
         return false;
     }
     GtkTreeIter iter = iter_of(row);
@@ -298,7 +301,7 @@ bool table_show_state(int row, const MessageState& state) {
     return true;
 }
 
-std::pair<int, int> table_visible() {
+std::pair<int, int> transmit_table_visible() {
     GtkTreePath* first = nullptr;
     GtkTreePath* last = nullptr;
     if (gtk_tree_view_get_visible_range(view, &first, &last) == FALSE) {
@@ -309,19 +312,19 @@ std::pair<int, int> table_visible() {
     return {gtk_tree_path_get_indices(first)[0], gtk_tree_path_get_indices(last)[0]};
 }
 
-void table_load(GKeyFile* settings, const char* group) {
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        gtk_tree_view_column_set_fixed_width(
-            columns[i],
-            setting_int(settings, group, width_key(i).c_str(), kWidthLeast_px, kWidthMost_px, -1));
+void transmit_table_load(GKeyFile* settings, const char* group) {
+    for (const ColumnSetup& setup : kColumns) {
+        gtk_tree_view_column_set_fixed_width(columns[setup.column],
+                                             setting_int(settings, group, width_key(setup).c_str(),
+                                                         kWidthLeast_px, kWidthMost_px, -1));
     }
 }
 
-void table_save(GKeyFile* settings, const char* group) {
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        const int width_px = gtk_tree_view_column_get_fixed_width(columns[i]);
+void transmit_table_save(GKeyFile* settings, const char* group) {
+    for (const ColumnSetup& setup : kColumns) {
+        const int width_px = gtk_tree_view_column_get_fixed_width(columns[setup.column]);
         if (width_px > 0) {  // else nobody has changed it
-            g_key_file_set_integer(settings, group, width_key(i).c_str(), width_px);
+            g_key_file_set_integer(settings, group, width_key(setup).c_str(), width_px);
         }
     }
 }

@@ -41,24 +41,25 @@ struct TransmitActions {
 };
 
 // Builds the columns into the tree view, with an empty model.
-void table_open(GtkWidget* tree, const TransmitActions& actions);
+void transmit_table_open(GtkWidget* tree, const TransmitActions& actions);
 
 // Rows; `before` is the row to stand in front of, or the number of rows.
-void table_insert(int before);
-void table_remove(int row);
-void table_swap(int row, int other);
-void table_select(int row);
-int table_selected();  // -1: none
+void transmit_table_insert(int before);
+void transmit_table_remove(int row);
+void transmit_table_swap(int row, int other);
+void transmit_table_select(int row);
+int transmit_table_selected();  // -1: none
 
-void table_show_message(int row, const ListedMessage& message);
+void transmit_table_show_message(int row, const ListedMessage& message);
 // False, and nothing is shown, while a cell of the row is being edited: a change would end that.
-bool table_show_state(int row, const MessageState& state);
+bool transmit_table_show_state(int row, const MessageState& state);
 
 // First and last row in sight; first > last: none.
-std::pair<int, int> table_visible();
+std::pair<int, int> transmit_table_visible();
 
-// Widths of the columns, in the group of the page.
-void table_load(GKeyFile* settings, const char* group);
-void table_save(GKeyFile* settings, const char* group);
+// Widths that the user gave the columns, in the group of the page under the keys "column-" and the
+// columns' ids.
+void transmit_table_load(GKeyFile* settings, const char* group);
+void transmit_table_save(GKeyFile* settings, const char* group);
 
 #endif

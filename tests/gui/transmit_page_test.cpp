@@ -95,6 +95,13 @@ struct TransmitPage : UiTest {
         when_idle(is_replaced ? &replace : &answer);
         use(button(name));
     }
+    // What the settings say of the list once the window was closed and opened again.
+    static bool is_unsaved_next_time() {
+        monitor_close();
+        const bool is_unsaved = setting_bool(settings_load().get(), "transmit", "unsaved", false);
+        monitor_open();
+        return is_unsaved;
+    }
     static void press(guint key) {
         gtk_widget_grab_focus(tree());
         ui_script::press_key(tree(), key);
@@ -195,6 +202,30 @@ TEST_F(TransmitPage, ListsAreSavedAndLoadedAndRememberedSwitchedOff) {
     monitor_close();
     monitor_open();
     EXPECT_TRUE(rows() == 2 && cell(1, TRANSMIT_NAME) == "second" && !is_on(1));
+    use(button("off"));
+    EXPECT_FALSE(is_unsaved_next_time()) << "it is in the file, and nothing was changed";
+    use(button("on"));
+    EXPECT_TRUE(is_unsaved_next_time()) << "so that Load asks";
+    EXPECT_TRUE(is_unsaved_next_time()) << "still";
+}
+
+TEST_F(TransmitPage, AListOfTheSettingsThatIsNoneIsToldAndKeptUntilAnotherReplacesIt) {
+    constexpr const char* kOdd = "off  can0  1 ms  x0  123#\nodd\n";
+    const auto kept = [] {
+        monitor_close();
+        return std::string(setting_text(settings_load().get(), "transmit", "list").get());
+    };
+    monitor_close();
+    const SettingsRef settings = settings_load();
+    g_key_file_set_string(settings.get(), "transmit", "list", kOdd);
+    settings_save(settings.get());
+    monitor_open();
+    EXPECT_EQ(rows(), 0);
+    EXPECT_NE(said().find("line 2: \"odd\" is neither on nor off"), std::string::npos) << said();
+    EXPECT_EQ(kept(), kOdd);
+    monitor_open();
+    use(button("add"));
+    EXPECT_NE(kept(), kOdd);
 }
 
 TEST_F(TransmitPage, WhatTheChannelsSettingsForbidIsToldOfMessagesThatAreOn) {

@@ -43,9 +43,12 @@ TEST_F(MessageSchedule, MessagesLeaveAtTheirPeriodsAsOftenAsTheirCountsSay) {
     EXPECT_GE(Clock::now() - begun, (kCount - 1) * 10ms);
     EXPECT_EQ(std::ranges::count(shown, 1U), kCount);
     EXPECT_EQ(std::ranges::count(shown, 2U), kCount);
-    for (const int number : numbers) {
-        const MessageState state = message_state(number);
+    std::vector<std::pair<int, MessageState>> states;
+    messages_states(&states);
+    EXPECT_EQ(states.size(), numbers.size());
+    for (const auto& [number, state] : states) {
         EXPECT_TRUE(state.sent == kCount && state.failures == 0 && !state.is_on);
+        EXPECT_TRUE(state == message_state(number));
     }
     EXPECT_EQ(station.wait_commands(2 * kCount, 10s).size(), 2 * kCount);
 }
@@ -101,7 +104,9 @@ TEST_F(MessageSchedule, ChangesTakeEffectAtOnceAndLeaveTheOtherMessagesAlone) {
     ASSERT_TRUE(wait_for([=] { return sent(edited) == 1; })) << "the first one comes soon";
     EXPECT_EQ(message_change(edited, message(3, 1'000, 5)), TAVU_SUCCESS);
     ASSERT_TRUE(wait_for([=] { return !message_state(edited).is_on && times(edited) >= 6; }));
-    EXPECT_EQ(message_change(edited, message(4, kHour_us, 1)), TAVU_SUCCESS) << "on again";
+    EXPECT_EQ(message_change(edited, message(4, kHour_us, 1)), TAVU_SUCCESS);
+    EXPECT_FALSE(message_state(edited).is_on) << "at its count, whatever is_on says";
+    EXPECT_EQ(message_switch(edited, true), TAVU_SUCCESS);
     ASSERT_TRUE(wait_for([=] { return !message_state(edited).is_on; }));
     EXPECT_EQ(message_send_once(edited), TAVU_SUCCESS);
     ASSERT_TRUE(wait_for([=] { return sent(edited) == 8; }));
@@ -111,6 +116,8 @@ TEST_F(MessageSchedule, ChangesTakeEffectAtOnceAndLeaveTheOtherMessagesAlone) {
     EXPECT_EQ(std::ranges::count(shown, 3U), 5);
     EXPECT_EQ(std::ranges::count(shown, 4U), 2);
     EXPECT_EQ(message_change(other, message(1, 1'000, 0, false)), TAVU_SUCCESS);
+    EXPECT_TRUE(message_state(other).is_on);
+    EXPECT_EQ(message_switch(other, false), TAVU_SUCCESS);
     wait_for([=] { return message_state(other).overruns > 1'000'000; }, 10ms);
     const auto before = times(other);
     EXPECT_FALSE(wait_for([=] { return times(other) != before; }, 50ms)) << "off";
@@ -131,11 +138,13 @@ TEST_F(MessageSchedule, WhatIsOutOfRangeIsRefusedAndOnlyWhatACommandCarriesIsSen
         EXPECT_EQ(message_change(kept, refused), TAVU_FAILURE);
     }
     EXPECT_EQ(message_change(kept + 1, message(1, 1'000)), TAVU_FAILURE);
+    EXPECT_EQ(message_switch(kept + 1, true), TAVU_FAILURE);
     EXPECT_FALSE(message_state(kept).is_on);
     Message odd = message(~0U, 1'000, 1);
     odd.frame.esi = 1;
     odd.frame.msg_type = TAVU_BUSERR_TYPE;
     EXPECT_EQ(message_change(kept, odd), TAVU_SUCCESS);
+    EXPECT_EQ(message_switch(kept, true), TAVU_SUCCESS);
     messages_start(kPort);
     ASSERT_TRUE(wait_for([this] { return send_queue_pop(&record); }));
     EXPECT_EQ(record.frame_info.id, static_cast<unsigned>(TAVU_SID_MAX));
