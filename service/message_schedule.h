@@ -10,10 +10,12 @@
 #include <utility>
 #include <vector>
 
-// Any number of messages, of both channels, beside a burst of procSend or without one. Messages that
-// are on are sent while the controller is started: procInitial and procConnect see to that, and a
-// stop leaves no frame under way. Until a start they wait. Every change takes effect at once and
-// leaves the times of the other messages as they are.
+// Messages of both channels, beside a burst of procSend or without one. There is no limit to their
+// number, but the thread looks through all of them before each frame: with more than some 1,000 their
+// frames get late, and to switch all of them on takes long. Messages that are on are sent while the
+// controller is started: procInitial and procConnect see to that, and a stop leaves no frame under
+// way. Until a start they wait. Every change takes effect at once and leaves the times of the other
+// messages as they are.
 //
 // The times of a message lie one period apart on the monotonic clock, so a late frame delays none
 // behind it. They begin when it is switched on, or when the controller is started while it is on,

@@ -22,10 +22,10 @@ namespace {
 constexpr std::string_view kSpaces = " \t";
 constexpr const char* kHeading =
     "# Periodic messages: on or off, channel, period, count (x0: without end), frame, name\n";
-constexpr const char* kLineForm = "A line reads: on  can0  100 ms  x0  123#DEADBEEF  # name";
+constexpr const char* kLineForm = "A line reads: \"on  can0  100 ms  x0  123#DEADBEEF  # name\".";
 constexpr std::int64_t kMicrosInMilli = 1000;
 constexpr int kDecimalsMost = 3;
-constexpr std::int64_t kFileBytesMost = 1'000'000;
+constexpr std::int64_t kFileBytesMost = 2'000'000;
 constexpr int kFileMode = 0666;  // which the user's mask narrows
 
 // ---- Values ----
