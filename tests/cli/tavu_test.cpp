@@ -203,12 +203,14 @@ TEST_F(Tavu, KeepsAModulesConfigurationInAFile) {
                         "18FEF100/1FFFFFFF\n"),
               HasSubstr("CAN 1: 500k bit/s, CAN FD at 5M bit/s, normal, accepts all\n")));
     expect("$SIM -- $TAVU config import missing", 1, "missing: not a configuration file");
-    expect(
-        "echo old >c; $SIM -- bash -c \"ulimit -f 0; \\$TAVU config export c\"; "
-        "status=$?; ls; cat c; exit $status",
-        5,
-        AllOf(HasSubstr("c: File too large; the configuration is not saved\nc\n"),
-              HasSubstr("old\n")));
+    if (can_preload()) {  // a sanitizer's runtime writes files of its own
+        expect(
+            "echo old >c; $SIM -- bash -c \"ulimit -f 0; \\$TAVU config export c\"; "
+            "status=$?; ls; cat c; exit $status",
+            5,
+            AllOf(HasSubstr("c: File too large; the configuration is not saved\nc\n"),
+                  HasSubstr("old\n")));
+    }
     expect("$SIM -- $TAVU config export /dev/full", 5, "/dev/full: No space left");
 }
 
