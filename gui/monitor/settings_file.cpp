@@ -3,6 +3,8 @@
 // SPDX-License-Identifier: MIT
 #include "gui/monitor/settings_file.h"
 
+#include <glib/gstdio.h>
+
 namespace {
 
 GText folder_path() {
@@ -13,11 +15,26 @@ GText file_path() {
     return GText(g_build_filename(folder_path().get(), "monitor.ini", nullptr));
 }
 
+// A file that is none of ours, or was damaged, is not written over: a list of messages may be in it.
+void put_aside(const char* reason) {
+    const GText path = file_path();
+    const GText aside(g_strconcat(path.get(), ".unread", nullptr));
+    if (g_rename(path.get(), aside.get()) == 0) {
+        g_printerr("The settings of the monitor window cannot be read and are now %s: %s\n",
+                   aside.get(), reason);
+    }
+}
+
 }  // namespace
 
 SettingsRef settings_load() {
     SettingsRef settings(g_key_file_new());
-    g_key_file_load_from_file(settings.get(), file_path().get(), G_KEY_FILE_KEEP_COMMENTS, nullptr);
+    GError* error = nullptr;
+    g_key_file_load_from_file(settings.get(), file_path().get(), G_KEY_FILE_KEEP_COMMENTS, &error);
+    if (error != nullptr && error->domain == G_KEY_FILE_ERROR) {
+        put_aside(error->message);
+    }
+    g_clear_error(&error);
     return settings;
 }
 

@@ -103,6 +103,14 @@ TEST_F(Monitor, IsAsItWasLeftTheNextTimeAndOddSettingsAreLeftAlone) {
     settings_save(settings.get());
     monitor_open();
     EXPECT_EQ(state(), "1000x680 page 0 ");
+    monitor_close();
+    const GText path(
+        g_build_filename(g_get_user_config_dir(), "tavu-utility", "monitor.ini", nullptr));
+    g_file_set_contents(path.get(), "no key file", -1, nullptr);
+    monitor_open();
+    EXPECT_EQ(state(), "1000x680 page 0 ");
+    const GText aside(g_strconcat(path.get(), ".unread", nullptr));
+    EXPECT_TRUE(g_file_test(aside.get(), G_FILE_TEST_EXISTS));
 }
 
 TEST_F(Monitor, EveryControlOfEveryPageIsWholeAndInReach) {
