@@ -50,10 +50,10 @@ struct MessageState {
     // Frame commands that could not be written. One that the port had taken in part when the wait
     // for room, 100 ms, was over is among them, though its rest leaves before the next command.
     std::uint64_t failures;
-    std::uint64_t
-        overruns;  // times that passed by a whole period before it could be sent; they are
-                   // left out, never made up for
-    bool is_on;    // false also once its count is reached
+    // Times that passed by a whole period before it could be sent; they are left out, never made up
+    // for.
+    std::uint64_t overruns;
+    bool is_on;  // false also once its count is reached
 
     bool operator==(const MessageState& other) const = default;
 };
