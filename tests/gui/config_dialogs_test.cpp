@@ -16,13 +16,13 @@ namespace {
 Lines log_after(int button, const fs::path& path) {
     std::function<void()> answer = [&] {
         GtkWidget* dialog = gtk_grab_get_current();
-        GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
         if (button == CS_BTN_IMPORT) {
-            gtk_file_chooser_set_filename(chooser, path.c_str());
-        } else {
-            EXPECT_TRUE(gtk_file_chooser_get_do_overwrite_confirmation(chooser));
+            answer_with_file(dialog, path);
+            return;
         }
-        EXPECT_TRUE(run_until([&] {  // the chooser takes and gives paths in its own time
+        GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
+        EXPECT_TRUE(gtk_file_chooser_get_do_overwrite_confirmation(chooser));
+        EXPECT_TRUE(run_until([&] {  // the chooser gives paths in its own time
             const GText chosen(gtk_file_chooser_get_filename(chooser));
             return chosen != nullptr && chosen.get() == path;
         }));

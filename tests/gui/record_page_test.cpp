@@ -56,19 +56,11 @@ gboolean answer(gpointer button) {
 // Answers the file dialog as a user does who types the name, and the question if one is expected.
 void choose(const fs::path& path, const char* button = nullptr) {
     use(widget("record_start_btn"));
-    GtkWidget* dialog = ui_script::find_file_chooser();
-    GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
-    gtk_file_chooser_set_current_folder(chooser, path.parent_path().c_str());
-    gtk_file_chooser_set_current_name(chooser, path.filename().c_str());
-    EXPECT_TRUE(run_until([&] {
-        const GText chosen(gtk_file_chooser_get_filename(chooser));
-        return chosen != nullptr && chosen.get() == path;
-    }));
     is_answered = false;
     if (button != nullptr) {  // from the question's own main loop
         g_timeout_add(1, answer, const_cast<char*>(button));
     }
-    gtk_dialog_response(GTK_DIALOG(dialog), GTK_RESPONSE_OK);
+    answer_with_file(ui_script::find_file_chooser(), path);
     EXPECT_TRUE(run_until([] { return is_answered || ui_script::find_file_chooser() == nullptr; }));
 }
 

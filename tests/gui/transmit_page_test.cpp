@@ -73,21 +73,7 @@ struct TransmitPage : UiTest {
     }
     // Presses a button that asks for a file, and chooses that one.
     static void choose(const char* name, const std::string& path, bool is_replaced = false) {
-        std::function<void()> answer = [&] {
-            GtkFileChooser* chooser = GTK_FILE_CHOOSER(gtk_grab_get_current());
-            if (gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_OPEN) {
-                gtk_file_chooser_set_filename(chooser, path.c_str());
-            } else {
-                gtk_file_chooser_set_current_folder(chooser, testing::TempDir().c_str());
-                gtk_file_chooser_set_current_name(chooser,
-                                                  std::filesystem::path(path).filename().c_str());
-            }
-            EXPECT_TRUE(run_until([&] {  // the chooser takes and gives paths in its own time
-                const GText chosen(gtk_file_chooser_get_filename(chooser));
-                return chosen != nullptr && chosen.get() == path;
-            }));
-            gtk_dialog_response(GTK_DIALOG(chooser), GTK_RESPONSE_OK);
-        };
+        std::function<void()> answer = [&] { answer_with_file(gtk_grab_get_current(), path); };
         std::function<void()> replace = [&] {
             gtk_dialog_response(GTK_DIALOG(gtk_grab_get_current()), GTK_RESPONSE_OK);
             when_idle(&answer);

@@ -95,6 +95,15 @@ inline bool tried(const std::function<void()>& act, const std::function<bool()>&
     return condition();
 }
 
+// Chooses a file in a dialog and confirms it, or cancels a dialog that does not take the file.
+inline void answer_with_file(GtkWidget* dialog, const std::string& path) {
+    gint64 named_us = -1;
+    const bool is_chosen = run_until(
+        [&] { return ui_script::is_file_chosen(GTK_FILE_CHOOSER(dialog), path, &named_us); });
+    EXPECT_TRUE(is_chosen) << path;
+    gtk_dialog_response(GTK_DIALOG(dialog), is_chosen ? GTK_RESPONSE_OK : GTK_RESPONSE_CANCEL);
+}
+
 inline bool connected() {
     return tried([] { use(cd_info.btn_cnnt); }, [] { return is_connect; });
 }

@@ -359,30 +359,13 @@ Outcome respond(Step& step) {
     return Outcome::done;
 }
 
-void name_file(GtkFileChooser* chooser, const std::string& path) {
-    if (gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_OPEN) {
-        gtk_file_chooser_set_filename(chooser, path.c_str());
-        return;
-    }
-    const size_t slash = path.rfind('/');
-    gtk_file_chooser_set_current_folder(chooser, path.substr(0, slash + 1).c_str());
-    gtk_file_chooser_set_current_name(chooser, path.substr(slash + 1).c_str());
-}
-
-// The chooser reads the folder in the background: its answer is asked for until it is the right one.
 Outcome choose_file(Step& step) {
     GtkWidget* dialog = find_file_chooser();
     if (dialog == nullptr) {
         return wait_until(step, false, kDefaultLimit_s, "no file chooser is open");
     }
-    GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
     const std::string path = output_path(step.words[1]);
-    if (step.mark < 0) {
-        name_file(chooser, path);
-    }
-    step.mark = 0;
-    const Chars chosen(gtk_file_chooser_get_filename(chooser), g_free);
-    const bool is_chosen = chosen != nullptr && path == chosen.get();
+    const bool is_chosen = is_file_chosen(GTK_FILE_CHOOSER(dialog), path, &step.mark);
     if (wait_until(step, is_chosen, kDefaultLimit_s, "cannot choose " + path) == Outcome::again) {
         return Outcome::again;
     }

@@ -11,6 +11,7 @@
 namespace ui_script {
 namespace {
 
+using Chars = std::unique_ptr<char, decltype(&g_free)>;  // text allocated by GLib
 using Event = std::unique_ptr<GdkEvent, decltype(&gdk_event_free)>;
 using Match = std::function<bool(GtkWidget*)>;
 
@@ -104,6 +105,16 @@ void show_notebook_page(GtkWidget* widget) {
     }
 }
 
+void name_file(GtkFileChooser* chooser, const std::string& path) {
+    if (gtk_file_chooser_get_action(chooser) == GTK_FILE_CHOOSER_ACTION_OPEN) {
+        gtk_file_chooser_set_filename(chooser, path.c_str());
+        return;
+    }
+    const size_t slash = path.rfind('/');
+    gtk_file_chooser_set_current_folder(chooser, path.substr(0, slash + 1).c_str());
+    gtk_file_chooser_set_current_name(chooser, path.substr(slash + 1).c_str());
+}
+
 }  // namespace
 
 GtkWidget* find_by_id(const std::string& id) {
@@ -141,6 +152,16 @@ GtkWidget* find_main_window() {
 GtkWidget* find_file_chooser() {
     return first_open_window(
         [](GtkWidget* window) { return GTK_IS_FILE_CHOOSER_DIALOG(window) != FALSE; });
+}
+
+bool is_file_chosen(GtkFileChooser* chooser, const std::string& path, gint64* named_us) {
+    const gint64 now_us = g_get_monotonic_time();
+    if (*named_us < 0 || now_us - *named_us > G_USEC_PER_SEC / 2) {
+        *named_us = now_us;
+        name_file(chooser, path);
+    }
+    const Chars chosen(gtk_file_chooser_get_filename(chooser), g_free);
+    return chosen != nullptr && path == chosen.get();
 }
 
 std::optional<std::string> text_of(GtkWidget* widget) {

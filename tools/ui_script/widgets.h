@@ -28,6 +28,11 @@ GtkWidget* find_main_window();
 // The open file chooser dialog.
 GtkWidget* find_file_chooser();
 
+// Whether the chooser has chosen this file by now; called until it has. The chooser reads the folder
+// in the background, and where files come and go meanwhile it may choose another one: so the path is
+// named anew every half a second. `named_us` is -1 at first and keeps when that was.
+bool is_file_chosen(GtkFileChooser* chooser, const std::string& path, gint64* named_us);
+
 // What a user reads: the text of a label or entry, a button's label, a combo's selected row, "on"
 // or "off" of a check box, the number of rows of a tree view, a window's title. None for other
 // widgets.
