@@ -17,6 +17,7 @@
 #include <array>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 GtkWidget* monitor_btn = nullptr;
@@ -53,8 +54,9 @@ gint64 rate_from_us = 0;
 std::uint64_t rate_from_cnt = 0;
 double frames_per_s = 0;
 
-gint64 saved_us = 0;     // when the settings were last looked at
-std::string saved_text;  // and what they were
+SettingsRef settings;    // what is remembered, loaded when the window was opened
+std::string saved_text;  // and its text when it was last looked at
+gint64 saved_us = 0;     // when that was
 
 // Records of the two rings that came since the last flush, each in the order of time. The display
 // timer takes them in turn, and so a few sent ones among many older received ones.
@@ -159,7 +161,7 @@ void clear_pages() {
 // ---- Settings ----
 
 void load_settings() {
-    const SettingsRef settings = settings_load();
+    settings = settings_load();
     int width_px = 0;
     int height_px = 0;
     gtk_window_get_default_size(GTK_WINDOW(monitor.window), &width_px, &height_px);
@@ -178,12 +180,8 @@ void load_settings() {
                                   setting_int(settings.get(), kGroup, "page", 0, last, 0));
 }
 
-std::string settings_text(GKeyFile* settings) {
-    return GText(g_key_file_to_data(settings, nullptr, nullptr)).get();
-}
-
-SettingsRef present_settings() {
-    SettingsRef settings = settings_load();
+// Brings the settings up to date.
+std::string present_settings() {
     int width_px = 0;
     int height_px = 0;
     gtk_window_get_size(GTK_WINDOW(monitor.window), &width_px, &height_px);
@@ -196,7 +194,7 @@ SettingsRef present_settings() {
             page->save(settings.get());
         }
     }
-    return settings;
+    return GText(g_key_file_to_data(settings.get(), nullptr, nullptr)).get();
 }
 
 // Saves what is to be remembered if it has changed, `period_us` after the last time at the earliest:
@@ -207,10 +205,8 @@ void save_changes(gint64 period_us) {
         return;
     }
     saved_us = now_us;
-    const SettingsRef settings = present_settings();
-    const std::string text = settings_text(settings.get());
-    if (saved_text != text) {
-        saved_text = text;
+    if (std::string text = present_settings(); saved_text != text) {
+        saved_text = std::move(text);
         settings_save(settings.get());
     }
 }
@@ -263,7 +259,7 @@ void monitor_open() {
         build_window();
         load_settings();
         saved_us = g_get_monotonic_time();
-        saved_text = settings_text(present_settings().get());
+        saved_text = present_settings();
         show_status();
         refresh_timer = g_timeout_add(kRefreshPeriod_ms, refresh, nullptr);
         gtk_widget_show(monitor.window);

@@ -5,6 +5,8 @@
 
 #include <glib/gstdio.h>
 
+#include <cerrno>
+
 namespace {
 
 GText folder_path() {
@@ -38,13 +40,24 @@ SettingsRef settings_load() {
     return settings;
 }
 
+// The old file stays until the new one is complete. It is not synchronised with the disk: one that
+// is busy with a recording would hold the window up for as long.
 void settings_save(GKeyFile* settings) {
     constexpr int kOwnerOnly = 0700;
-    GError* error = nullptr;
+    constexpr int kPlainFile = 0666;
     g_mkdir_with_parents(folder_path().get(), kOwnerOnly);
-    if (g_key_file_save_to_file(settings, file_path().get(), &error) == FALSE) {
-        g_printerr("The settings of the monitor window are not remembered: %s\n", error->message);
-        g_error_free(error);
+    gsize length = 0;
+    const GText text(g_key_file_to_data(settings, &length, nullptr));
+    const GText path = file_path();
+    const GText fresh(g_strconcat(path.get(), ".new", nullptr));
+    GError* error = nullptr;
+    const bool is_written =
+        g_file_set_contents_full(fresh.get(), text.get(), static_cast<gssize>(length),
+                                 G_FILE_SET_CONTENTS_NONE, kPlainFile, &error) != FALSE;
+    if (!is_written || g_rename(fresh.get(), path.get()) != 0) {
+        g_printerr("The settings of the monitor window are not remembered: %s\n",
+                   is_written ? g_strerror(errno) : error->message);
+        g_clear_error(&error);
     }
 }
 
