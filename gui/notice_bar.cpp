@@ -29,12 +29,6 @@ constexpr int kMostLines = 6;  // the rest is in the tooltip
 // Parts lines of one paragraph: the limit is one of each paragraph.
 constexpr std::string_view kLineEnd = "\u2028";
 
-void append_line(std::string& lines, const std::string& line) {
-    if (!line.empty()) {
-        lines += (lines.empty() ? "" : "\n") + line;
-    }
-}
-
 std::string one_paragraph(std::string lines) {
     for (std::size_t at = 0; (at = lines.find('\n', at)) != std::string::npos;) {
         lines.replace(at, 1, kLineEnd);
@@ -56,8 +50,8 @@ void show_all() {
     const bool is_gone = !texts[static_cast<std::size_t>(Notice::gone)].text.empty();
     for (const Text& text : texts) {
         if (!is_gone || &text == texts.data()) {  // a module that is gone makes the rest idle
-            append_line(lines, text.text);
-            append_line(tooltips, text.tooltip);
+            append_line(&lines, text.text);
+            append_line(&tooltips, text.tooltip);
         }
     }
     if (!lines.empty()) {
@@ -121,5 +115,11 @@ void notice_hide(Notice kind) {
     if (bar != nullptr && !present.text.empty()) {
         present = {};
         show_all();
+    }
+}
+
+void append_line(std::string* lines, const std::string& line) {
+    if (!line.empty()) {
+        *lines += (lines->empty() ? "" : "\n") + line;
     }
 }

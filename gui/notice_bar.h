@@ -17,4 +17,7 @@ void nb_init();
 void notice_show(Notice kind, const std::string& text, const std::string& tooltip = {});
 void notice_hide(Notice kind);
 
+// Appends a line to others of a text; an empty one is left out.
+void append_line(std::string* lines, const std::string& line);
+
 #endif

@@ -109,12 +109,6 @@ void append_time(std::int64_t time_us, std::string* text) {
     append_number(text, ".%03d", static_cast<int>(time_us % kSecond_us / 1000));
 }
 
-void append_byte(std::string* text, unsigned char byte) {
-    constexpr const char* kDigits = "0123456789ABCDEF";
-    *text += kDigits[byte >> 4];
-    *text += kDigits[byte & 0xF];
-}
-
 // Bytes side by side that are marked alike share one span. The ground is see-through, so that it
 // suits light and dark themes and selected rows.
 void append_data(const IdentifierList& list, std::uint32_t row, std::uint32_t now_ms,
@@ -132,7 +126,7 @@ void append_data(const IdentifierList& list, std::uint32_t row, std::uint32_t no
             *text += "<span weight=\"bold\" background=\"#F0A020\" bgalpha=\"";
             append_number(text, "%d%%\">", mark * kStep_percent);
         }
-        append_byte(text, frame.data[i]);
+        byte_text(frame.data[i], text);
         before = mark;
     }
     *text += before != 0 ? "</span>" : "";

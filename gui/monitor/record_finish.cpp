@@ -32,12 +32,6 @@ Words results;  // of recordings that ended without the page
 Words slow;     // those that take long
 Words present;  // of the page
 
-void append_line(std::string* lines, const std::string& line) {
-    if (!line.empty()) {
-        *lines += (lines->empty() ? "" : "\n") + line;
-    }
-}
-
 void append(Words* words, const Words& more) {
     append_line(&words->text, more.text);
     append_line(&words->tooltip, more.tooltip);

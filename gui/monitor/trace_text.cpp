@@ -24,17 +24,12 @@ struct ControllerState {
 constexpr ControllerState kStates[] = {
     {0x30, "error passive"}, {0x0C, "warning"}, {0x40, "error active again"}, {0x03, "overflow"}};
 
-void append_byte(unsigned char byte, std::string* text) {
-    text->push_back(kDigits[byte >> 4]);
-    text->push_back(kDigits[byte & 0x0F]);
-}
-
 void append_bytes(const unsigned char* bytes, int count, std::string* text) {
     for (int i = 0; i < count; ++i) {
         if (i > 0) {
             text->push_back(' ');
         }
-        append_byte(bytes[i], text);
+        byte_text(bytes[i], text);
     }
 }
 
@@ -75,6 +70,11 @@ void error_text(const CAN_FRAME_INFO& frame, std::string* text) {
 }
 
 }  // namespace
+
+void byte_text(unsigned char byte, std::string* text) {
+    text->push_back(kDigits[byte >> 4]);
+    text->push_back(kDigits[byte & 0x0F]);
+}
 
 void date_text(std::int64_t time_us, std::string* text) {
     const time_t seconds = time_us / kMicrosInSecond;
