@@ -12,7 +12,7 @@
 
 // Each appends to *text.
 
-// 0F.
+// Two hexadecimal digits, 0F.
 void byte_text(unsigned char byte, std::string* text);
 // Local date and time, 2015-07-10 08:17:32.249713.
 void date_text(std::int64_t time_us, std::string* text);

@@ -60,7 +60,7 @@ struct Service : testing::Test {
     bool workers_become(int count) const {
         return wait_for([&] { return thread_count() == threads_without + count; });
     }
-    // What a disconnect sends last, with no frame between or after; the module may read it late.
+    // What a disconnect sends last, with no frame between; the module may read it late.
     bool ends_with_two_stops() const {
         const sim::Bytes stop_command{0x61, 0, 0, 0x61, '\r', '\n'};
         return wait_for([&] {

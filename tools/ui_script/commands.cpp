@@ -9,7 +9,6 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 
 #include "tools/ui_script/widgets.h"
 
@@ -21,8 +20,6 @@ namespace {
 
 constexpr double kDefaultLimit_s = 10;  // of steps that wait but name no time
 constexpr int kFailedStatus = 70;
-
-using Chars = std::unique_ptr<char, decltype(&g_free)>;  // text allocated by GLib
 
 [[noreturn]] void end_program(int status) {
     std::fflush(stdout);

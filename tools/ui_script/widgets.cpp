@@ -11,7 +11,6 @@
 namespace ui_script {
 namespace {
 
-using Chars = std::unique_ptr<char, decltype(&g_free)>;  // text allocated by GLib
 using Event = std::unique_ptr<GdkEvent, decltype(&gdk_event_free)>;
 using Match = std::function<bool(GtkWidget*)>;
 

@@ -7,10 +7,13 @@
 
 #include <gtk/gtk.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 
 namespace ui_script {
+
+using Chars = std::unique_ptr<char, decltype(&g_free)>;  // text allocated by GLib
 
 // Each of these gives NULL when there is none. By id: the widget's id in its interface file, hidden
 // widgets too.
