@@ -22,11 +22,10 @@ Lines log_after(int button, const fs::path& path) {
         }
         GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
         EXPECT_TRUE(gtk_file_chooser_get_do_overwrite_confirmation(chooser));
-        EXPECT_TRUE(run_until([&] {  // the chooser gives paths in its own time
+        confirm_when(dialog, [&] {  // the chooser gives paths in its own time
             const GText chosen(gtk_file_chooser_get_filename(chooser));
             return chosen != nullptr && chosen.get() == path;
-        }));
-        gtk_dialog_response(GTK_DIALOG(dialog), GTK_RESPONSE_OK);
+        });
     };
     when_idle(&answer);
     use(cs_info.btn[button]);

@@ -95,13 +95,20 @@ inline bool tried(const std::function<void()>& act, const std::function<bool()>&
     return condition();
 }
 
-// Chooses a file in a dialog and confirms it, or cancels a dialog that does not take the file.
+// Confirms a dialog once the condition holds, and cancels it if it never does: an answer without a
+// file would leave a file chooser open for ever.
+inline void confirm_when(GtkWidget* dialog, const std::function<bool()>& condition) {
+    const bool is_ready = run_until(condition);
+    EXPECT_TRUE(is_ready) << "cancelled";
+    gtk_dialog_response(GTK_DIALOG(dialog), is_ready ? GTK_RESPONSE_OK : GTK_RESPONSE_CANCEL);
+}
+
+// Chooses a file in a dialog and confirms it.
 inline void answer_with_file(GtkWidget* dialog, const std::string& path) {
     gint64 named_us = -1;
-    const bool is_chosen = run_until(
-        [&] { return ui_script::is_file_chosen(GTK_FILE_CHOOSER(dialog), path, &named_us); });
-    EXPECT_TRUE(is_chosen) << path;
-    gtk_dialog_response(GTK_DIALOG(dialog), is_chosen ? GTK_RESPONSE_OK : GTK_RESPONSE_CANCEL);
+    confirm_when(dialog, [&] {
+        return ui_script::is_file_chosen(GTK_FILE_CHOOSER(dialog), path, &named_us);
+    });
 }
 
 inline bool connected() {
