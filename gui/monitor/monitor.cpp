@@ -57,6 +57,7 @@ double frames_per_s = 0;
 SettingsRef settings;    // what is remembered, loaded when the window was opened
 std::string saved_text;  // and its text when it was last looked at
 gint64 saved_us = 0;     // when that was
+bool is_saved = true;    // whether the last try to save it succeeded
 
 // Records of the two rings that came since the last flush, each in the order of time. The display
 // timer takes them in turn, and so a few sent ones among many older received ones.
@@ -197,17 +198,22 @@ std::string present_settings() {
     return GText(g_key_file_to_data(settings.get(), nullptr, nullptr)).get();
 }
 
-// Saves what is to be remembered if it has changed, `period_us` after the last time at the earliest:
-// not only at the end, which a crash leaves out.
-void save_changes(gint64 period_us) {
-    const gint64 now_us = g_get_monotonic_time();
-    if (now_us - saved_us < period_us) {
-        return;
-    }
-    saved_us = now_us;
-    if (std::string text = present_settings(); saved_text != text) {
+// Saves what is to be remembered if it has changed. What could not be saved is tried again only
+// `at_last`: it would be told every time.
+void save_changes(bool at_last) {
+    std::string text = present_settings();
+    if (saved_text != text || (at_last && !is_saved)) {
         saved_text = std::move(text);
-        settings_save(settings.get());
+        is_saved = settings_save(settings.get());
+    }
+}
+
+// From time to time, and not only at the end, which a crash leaves out.
+void save_in_time() {
+    const gint64 now_us = g_get_monotonic_time();
+    if (now_us - saved_us >= kSavePeriod_us) {
+        saved_us = now_us;
+        save_changes(false);
     }
 }
 
@@ -215,7 +221,7 @@ void save_changes(gint64 period_us) {
 
 gboolean refresh(gpointer /*user_data*/) {
     monitor_flush();
-    save_changes(kSavePeriod_us);
+    save_in_time();
     measure_rate();
     show_status();
     for (std::size_t i = 0; i < kPages.size(); ++i) {
@@ -260,6 +266,7 @@ void monitor_open() {
         load_settings();
         saved_us = g_get_monotonic_time();
         saved_text = present_settings();
+        is_saved = true;
         show_status();
         refresh_timer = g_timeout_add(kRefreshPeriod_ms, refresh, nullptr);
         gtk_widget_show(monitor.window);
@@ -275,7 +282,7 @@ void monitor_close() {
     monitor_flush();
     // An editor that has the focus would be told of it once it is gone with its table.
     gtk_window_set_focus(GTK_WINDOW(monitor.window), nullptr);
-    save_changes(0);
+    save_changes(true);
     for (const MonitorPage* page : kPages) {
         if (page->close != nullptr) {
             page->close();
@@ -283,6 +290,7 @@ void monitor_close() {
     }
     gtk_widget_destroy(monitor.window);
     monitor = {};
+    settings.reset();
 }
 
 void monitor_end() {

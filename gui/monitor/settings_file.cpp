@@ -35,14 +35,15 @@ SettingsRef settings_load() {
     g_key_file_load_from_file(settings.get(), file_path().get(), G_KEY_FILE_KEEP_COMMENTS, &error);
     if (error != nullptr && error->domain == G_KEY_FILE_ERROR) {
         put_aside(error->message);
+        settings.reset(g_key_file_new());  // without the groups in front of what cannot be read
     }
     g_clear_error(&error);
     return settings;
 }
 
-// The old file stays until the new one is complete. It is not synchronised with the disk: one that
-// is busy with a recording would hold the window up for as long.
-void settings_save(GKeyFile* settings) {
+// A crash of the program leaves the old file or the new one. Neither is synchronised with the disk,
+// which may be busy with a recording and would hold the window up: a loss of power may cost both.
+bool settings_save(GKeyFile* settings) {
     constexpr int kOwnerOnly = 0700;
     constexpr int kPlainFile = 0666;
     g_mkdir_with_parents(folder_path().get(), kOwnerOnly);
@@ -50,15 +51,19 @@ void settings_save(GKeyFile* settings) {
     const GText text(g_key_file_to_data(settings, &length, nullptr));
     const GText path = file_path();
     const GText fresh(g_strconcat(path.get(), ".new", nullptr));
+    g_unlink(fresh.get());  // a longer one that a crash left would keep its end
     GError* error = nullptr;
     const bool is_written =
         g_file_set_contents_full(fresh.get(), text.get(), static_cast<gssize>(length),
                                  G_FILE_SET_CONTENTS_NONE, kPlainFile, &error) != FALSE;
-    if (!is_written || g_rename(fresh.get(), path.get()) != 0) {
+    const bool is_saved = is_written && g_rename(fresh.get(), path.get()) == 0;
+    if (!is_saved) {
         g_printerr("The settings of the monitor window are not remembered: %s\n",
                    is_written ? g_strerror(errno) : error->message);
         g_clear_error(&error);
+        g_unlink(fresh.get());  // what does not fit on the disk would keep it full
     }
+    return is_saved;
 }
 
 int setting_int(GKeyFile* settings, const char* group, const char* key, int lowest, int highest,

@@ -19,8 +19,8 @@ using SettingsRef = std::unique_ptr<GKeyFile, SettingsFree>;
 // What was saved last, in the user's configuration folder; empty without such a file.
 SettingsRef settings_load();
 
-// Failing that, a warning on standard error: the window then begins as it did before.
-void settings_save(GKeyFile* settings);
+// False, with a warning on standard error, when it fails: the file is then as it was.
+bool settings_save(GKeyFile* settings);
 
 // A number from `lowest` to `highest`, or `otherwise` when there is no such number.
 int setting_int(GKeyFile* settings, const char* group, const char* key, int lowest, int highest,

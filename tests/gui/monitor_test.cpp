@@ -100,16 +100,19 @@ TEST_F(Monitor, IsAsItWasLeftTheNextTimeAndOddSettingsAreLeftAlone) {
         g_key_file_set_string(settings.get(), "window", key, "-99999999999");
     }
     g_key_file_set_string(settings.get(), "window", "filter", "");
-    settings_save(settings.get());
+    const GText path(
+        g_build_filename(g_get_user_config_dir(), "tavu-utility", "monitor.ini", nullptr));
+    const GText fresh(g_strconcat(path.get(), ".new", nullptr));  // as a crash leaves it
+    g_file_set_contents(fresh.get(), std::string(5000, 'x').c_str(), -1, nullptr);
+    EXPECT_TRUE(settings_save(settings.get()));
     monitor_open();
     EXPECT_EQ(state(), "1000x680 page 0 ");
     monitor_close();
-    const GText path(
-        g_build_filename(g_get_user_config_dir(), "tavu-utility", "monitor.ini", nullptr));
-    g_file_set_contents(path.get(), "no key file", -1, nullptr);
+    const GText aside(g_strconcat(path.get(), ".unread", nullptr));
+    EXPECT_FALSE(g_file_test(aside.get(), G_FILE_TEST_EXISTS));
+    g_file_set_contents(path.get(), "[window]\npage=2\nno pair", -1, nullptr);
     monitor_open();
     EXPECT_EQ(state(), "1000x680 page 0 ");
-    const GText aside(g_strconcat(path.get(), ".unread", nullptr));
     EXPECT_TRUE(g_file_test(aside.get(), G_FILE_TEST_EXISTS));
 }
 
