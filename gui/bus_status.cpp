@@ -39,6 +39,7 @@ constexpr gint64 kRedrawPause_us = 2000;
 
 gint64 last_drain_us = 0;
 gint64 paused_until_us = 0;  // ticks of the main loop are passed over until then
+guint redraw_turn = 0;       // and until this source has run, 0 if none has to
 
 KEY_PRESS_INFO key_info_r{ETY_NUM, 0};
 
@@ -146,6 +147,21 @@ gint64 pause_us(int taken_cnt, gint64 start_us) {
     return g_get_monotonic_time() - start_us > kTickBudget_us ? kRedrawPause_us : 0;
 }
 
+// On a loaded machine laying out the rows takes longer than any pause. This source has the priority
+// of redrawing, so the main loop gives a redraw that is due its turn in the same round.
+void pause_ticks(gint64 time_us) {
+    paused_until_us = g_get_monotonic_time() + time_us;
+    if (redraw_turn == 0) {
+        redraw_turn = g_idle_add_full(
+            GDK_PRIORITY_REDRAW,
+            [](gpointer) -> gboolean {
+                redraw_turn = 0;
+                return G_SOURCE_REMOVE;
+            },
+            nullptr, nullptr);
+    }
+}
+
 }  // namespace
 
 void rs_init() {
@@ -176,7 +192,7 @@ void bs_init() {
 int update_BS_frame(gpointer /*user_data*/) {
     const gint64 start_us = g_get_monotonic_time();
     const bool in_main_loop = g_main_current_source() != nullptr;
-    if (in_main_loop && start_us < paused_until_us) {
+    if (in_main_loop && (redraw_turn != 0 || start_us < paused_until_us)) {
         return G_SOURCE_CONTINUE;
     }
     const int taken_cnt = drain_rings();
@@ -187,7 +203,7 @@ int update_BS_frame(gpointer /*user_data*/) {
     }
     show_reports();
     if (const gint64 pause = pause_us(taken_cnt, start_us); pause > 0) {
-        paused_until_us = g_get_monotonic_time() + pause;
+        pause_ticks(pause);
     }
     last_drain_us = start_us;
     return G_SOURCE_CONTINUE;
