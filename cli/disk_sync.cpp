@@ -4,7 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/disk_sync.h"
 
-#include "cli/module.h"
+#include "cli/interrupt.h"
 
 #include <cerrno>
 #include <chrono>

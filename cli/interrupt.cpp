@@ -2,7 +2,7 @@
 // Uses POSIX signals; a pipe wakes those who wait.
 // Thread: any; the handler does what is safe there.
 // SPDX-License-Identifier: MIT
-#include "cli/module.h"
+#include "cli/interrupt.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -5,6 +5,7 @@
 #define CLI_MODULE_H
 
 #include "cli/command.h"
+#include "cli/interrupt.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -17,20 +18,6 @@
 #include <vector>
 
 namespace cli {
-
-// ---- Messages and interrupts -----------------------------------------------------------------
-
-// "tavu: " and the text, as printf, on standard error: a line in one piece, from any thread.
-[[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
-
-// From now on an interrupt, a termination or a hang-up of the terminal ends the work cleanly, and a
-// closed pipe, or a file at the limit of its size, is an error of the write instead of the end of
-// the process.
-void interrupts_take();
-// Any thread.
-bool is_interrupted();
-// Waits that long, less when interrupted. Any thread.
-void pause_us(std::int64_t time_us);
 
 // ---- Ports -----------------------------------------------------------------------------------
 

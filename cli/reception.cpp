@@ -4,7 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/reception.h"
 
-#include "cli/module.h"
+#include "cli/interrupt.h"
 
 #include "lib/lib_tavu_2.h"
 
