@@ -5,6 +5,7 @@
 #include "cli/can_socket.h"
 #include "cli/command.h"
 #include "cli/module.h"
+#include "cli/options.h"
 #include "cli/reception.h"
 #include "cli/sender.h"
 
@@ -260,16 +261,13 @@ void Bridge::print_summary() const {
 }  // namespace
 
 void add_bridge(CLI::App& app, Work& work) {
-    CLI::App* command =
-        app.add_subcommand("bridge", "Make the channels CAN interfaces of the system");
+    CLI::App& command =
+        add_subcommand(app, "bridge", "Make the channels CAN interfaces of the system");
     const auto options = std::make_shared<Options>();
-    command->add_option("WORDS", options->words, "[PORT] IF1 [IF2]")
-        ->required()
-        ->expected(1, 3)
-        ->type_name("");
-    add_setup_options(*command, options->setup);
-    command->add_flag("--once", options->once, "end when the module goes away");
-    command->callback([options, &work] { work = [options] { return Bridge(*options).run(); }; });
+    add_words(command, "[PORT] IF1 [IF2]", options->words, 3);
+    add_setup_options(command, options->setup);
+    add_flag(command, "--once", options->once, "end when the module goes away");
+    set_action(command, work, [options] { return Bridge(*options).run(); });
 }
 
 }  // namespace cli

@@ -4,9 +4,11 @@
 #ifndef CLI_COMMAND_H
 #define CLI_COMMAND_H
 
-#include <CLI/App.hpp>
-
 #include <functional>
+
+namespace CLI {
+class App;
+}
 
 namespace cli {
 

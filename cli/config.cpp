@@ -5,6 +5,7 @@
 #include "cli/command.h"
 #include "cli/file_replace.h"
 #include "cli/module.h"
+#include "cli/options.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -120,26 +121,19 @@ struct Options {
 }  // namespace
 
 void add_config(CLI::App& app, Work& work) {
-    CLI::App* command = app.add_subcommand("config", "Show, save or load what a module keeps");
+    CLI::App& command = add_subcommand(app, "config", "Show, save or load what a module keeps");
     const auto options = std::make_shared<Options>();
-    add_port_option(*command, options->port);
-    command->require_subcommand(1);
-    CLI::App* shows = command->add_subcommand("show", "Print the configuration");
-    shows->callback([options, &work] {
-        work = [options] { return with_port(options->port, show); };
-    });
-    for (const bool is_import : {false, true}) {
-        CLI::App* moves = is_import ? command->add_subcommand("import", "Load it from a file")
-                                    : command->add_subcommand("export", "Save it to a file");
-        moves->add_option("FILE", options->file)->required()->type_name("");
-        moves->callback([options, is_import, &work] {
-            work = [options, is_import] {
-                return with_port(options->port, [&](int com_port) {
-                    return (is_import ? load : save)(com_port, options->file);
-                });
-            };
-        });
-    }
+    add_port_option(command, options->port);
+    const auto on_port = [options](auto action) {
+        return [=] { return with_port(options->port, action); };
+    };
+    set_action(add_subcommand(command, "show", "Print the configuration"), work, on_port(show));
+    CLI::App& saves = add_subcommand(command, "export", "Save it to a file");
+    add_word(saves, "FILE", options->file);
+    set_action(saves, work, on_port([options](int port) { return save(port, options->file); }));
+    CLI::App& loads = add_subcommand(command, "import", "Load it from a file");
+    add_word(loads, "FILE", options->file);
+    set_action(loads, work, on_port([options](int port) { return load(port, options->file); }));
 }
 
 }  // namespace cli

@@ -5,6 +5,7 @@
 #include "cli/command.h"
 #include "cli/disk_sync.h"
 #include "cli/module.h"
+#include "cli/options.h"
 #include "cli/reception.h"
 #include "cli/table.h"
 
@@ -257,26 +258,39 @@ void Dump::print_summary() const {
 }  // namespace
 
 void add_dump(CLI::App& app, Work& work) {
-    CLI::App* command = app.add_subcommand("dump", "Show and record what a module receives");
+    CLI::App& command = add_subcommand(app, "dump", "Show and record what a module receives");
     const auto options = std::make_shared<Options>();
-    add_port_option(*command, options->port);
-    add_setup_options(*command, options->setup);
-    command->add_option("--log", options->log, "write a candump log to this file")
-        ->type_name("FILE");
-    command->add_option("--pcap", options->pcap, "write a capture for Wireshark to this file")
-        ->type_name("FILE");
-    command->add_option("-n,--count", options->count, "end after so many frames")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber);
-    command->add_option("--time", options->time_s, "end after so many seconds")
-        ->type_name("SECONDS")
-        ->check(number_up_to(kMostTime_s));
-    command->add_option("--stamp", options->stamp, "show a time: of the day, the module's, the gap")
-        ->type_name("TIME")
-        ->check(CLI::IsMember({"host", "module", "delta"}));
-    command->add_flag("--stats", options->stats, "show a table of the identifiers instead");
-    command->add_flag("-q,--quiet", options->quiet, "show no frames");
-    command->callback([options, &work] { work = [options] { return Dump(*options).run(); }; });
+    add_port_option(command, options->port);
+    add_setup_options(command, options->setup);
+    add_option(command,
+               {.names = "--log", .value = "FILE", .help = "write a candump log to this file"},
+               options->log);
+    add_option(command,
+               {.names = "--pcap",
+                .value = "FILE",
+                .help = "write a capture for Wireshark to this file"},
+               options->pcap);
+    add_option(command,
+               {.names = "-n,--count",
+                .value = "N",
+                .help = "end after so many frames",
+                .check = positive()},
+               options->count);
+    add_option(command,
+               {.names = "--time",
+                .value = "SECONDS",
+                .help = "end after so many seconds",
+                .check = number_up_to(kMostTime_s)},
+               options->time_s);
+    add_option(command,
+               {.names = "--stamp",
+                .value = "TIME",
+                .help = "show a time: of the day, the module's, the gap",
+                .check = one_of({"host", "module", "delta"})},
+               options->stamp);
+    add_flag(command, "--stats", options->stats, "show a table of the identifiers instead");
+    add_flag(command, "-q,--quiet", options->quiet, "show no frames");
+    set_action(command, work, [options] { return Dump(*options).run(); });
 }
 
 }  // namespace cli

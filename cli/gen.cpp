@@ -4,6 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
 #include "cli/module.h"
+#include "cli/options.h"
 #include "cli/sender.h"
 
 #include "trace/record.h"
@@ -141,49 +142,54 @@ int run(const Options& options) {
                         [&](int com_port) { return generate(options, com_port); });
 }
 
-CLI::Validator kind_or_number(int base, unsigned long most, const char* form) {
-    return {[=](const std::string& text) {
-                return is_kind_or_number(text, base, most) ? std::string()
-                                                           : text + " is not " + form;
-            },
-            form};
+OptionForm kind_option(const char* names, const char* help, int base, unsigned long most,
+                       const char* form) {
+    const auto complaint = [=](const std::string& text) {
+        return is_kind_or_number(text, base, most) ? std::string() : text + " is not " + form;
+    };
+    return {.names = names,
+            .value = "KIND",
+            .help = help,
+            .check = {complaint, form},
+            .shows_default = true};
 }
 
 }  // namespace
 
 void add_gen(CLI::App& app, Work& work) {
-    CLI::App* command = app.add_subcommand("gen", "Send frames that are made up");
+    CLI::App& command = add_subcommand(app, "gen", "Send frames that are made up");
     const auto options = std::make_shared<Options>();
-    add_port_option(*command, options->port);
-    add_rate_options(*command, options->setup);
-    command->add_option("-c,--channel", options->channel, "channel that sends")
-        ->type_name("CHANNEL")
-        ->check(CLI::IsMember({1, 2}))
-        ->capture_default_str();
-    command->add_option("-n,--count", options->count, "end after so many frames")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber);
-    command->add_option("-g,--gap", options->gap_ms, "milliseconds between two; 0: no pause")
-        ->type_name("MS")
-        ->check(number_up_to(kMostGap_ms, true))
-        ->capture_default_str();
-    command->add_option("--id", options->id, "identifier")
-        ->type_name("KIND")
-        ->check(kind_or_number(16, TAVU_EID_MAX, "random|count|HEX"))
-        ->capture_default_str();
-    command->add_option("--length", options->length, "data bytes")
-        ->type_name("KIND")
-        ->check(kind_or_number(10, trace::kFdBytes, "random|count|BYTES"))
-        ->capture_default_str();
-    command->add_option("--data", options->data, "data: each byte, or the frame's number")
-        ->type_name("KIND")
-        ->check(kind_or_number(16, 0xFF, "random|count|HEX"))
-        ->capture_default_str();
-    command->add_flag("-x,--extended", options->extended, "29-bit identifiers");
-    command->add_flag("--brs", options->brs, "CAN FD frames with bit-rate switch");
-    command->add_option("--seed", options->seed, "for another row of random frames")
-        ->type_name("N");
-    command->callback([options, &work] { work = [options] { return run(*options); }; });
+    add_port_option(command, options->port);
+    add_rate_options(command, options->setup);
+    add_channel_option(command, options->channel);
+    add_option(command,
+               {.names = "-n,--count",
+                .value = "N",
+                .help = "end after so many frames",
+                .check = positive()},
+               options->count);
+    add_option(command,
+               {.names = "-g,--gap",
+                .value = "MS",
+                .help = "milliseconds between two; 0: no pause",
+                .check = number_up_to(kMostGap_ms, true),
+                .shows_default = true},
+               options->gap_ms);
+    add_option(command, kind_option("--id", "identifier", 16, TAVU_EID_MAX, "random|count|HEX"),
+               options->id);
+    add_option(command,
+               kind_option("--length", "data bytes", 10, trace::kFdBytes, "random|count|BYTES"),
+               options->length);
+    add_option(command,
+               kind_option("--data", "data: each byte, or the frame's number", 16, 0xFF,
+                           "random|count|HEX"),
+               options->data);
+    add_flag(command, "-x,--extended", options->extended, "29-bit identifiers");
+    add_flag(command, "--brs", options->brs, "CAN FD frames with bit-rate switch");
+    add_option(command,
+               {.names = "--seed", .value = "N", .help = "for another row of random frames"},
+               options->seed);
+    set_action(command, work, [options] { return run(*options); });
 }
 
 }  // namespace cli

@@ -4,6 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
 #include "cli/module.h"
+#include "cli/options.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -117,10 +118,10 @@ int list(bool as_json) {
 }  // namespace
 
 void add_list(CLI::App& app, Work& work) {
-    CLI::App* command = app.add_subcommand("list", "Show the modules and why other ports are none");
+    CLI::App& command = add_subcommand(app, "list", "Show the modules and why other ports are none");
     const auto as_json = std::make_shared<bool>(false);
-    command->add_flag("--json", *as_json, "print JSON");
-    command->callback([as_json, &work] { work = [as_json] { return list(*as_json); }; });
+    add_flag(command, "--json", *as_json, "print JSON");
+    set_action(command, work, [as_json] { return list(*as_json); });
 }
 
 }  // namespace cli

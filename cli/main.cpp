@@ -3,7 +3,7 @@
 // Thread: main.
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
-#include "cli/module.h"
+#include "cli/interrupt.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -48,7 +48,6 @@ int run(int argc, char** argv) {
     app.formatter(std::make_shared<Form>());
     cli::Work work;
     app.set_version_flag("--version", std::string("tavu, library ") + TAVUVersion());
-    app.require_subcommand(1);
     app.footer(kFooter);
     for (const auto add : {cli::add_list, cli::add_dump, cli::add_send, cli::add_gen, cli::add_play,
                            cli::add_config, cli::add_bridge}) {

@@ -4,6 +4,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/module.h"
 
+#include "cli/options.h"
+
 #include "trace/bus_load.h"
 
 #include "lib/lib_tavu_2.h"
@@ -161,21 +163,17 @@ bool set_ranges(int com_port, const Setup& setup) {
 }  // namespace
 
 void add_port_option(CLI::App& command, std::string& port) {
-    command.add_option("PORT", port, "name or number of the port")->type_name("");
+    add_option(command, {.names = "PORT", .help = "name or number of the port"}, port);
 }
 
-CLI::Validator number_up_to(double most, bool with_zero) {
-    return {[=](const std::string& text) {
-                char* end = nullptr;
-                const double value = std::strtod(text.c_str(), &end);
-                const bool is_number = end != text.c_str() && *end == 0;
-                std::array<char, 32> limit{};
-                std::snprintf(limit.data(), limit.size(), "%.0f", most);
-                return is_number && (value > 0 || (with_zero && value == 0)) && value <= most
-                           ? std::string()
-                           : text + " is no number " + (with_zero ? "from 0, " : "above 0, ") + limit.data() + " at most";
-            },
-            ""};
+void add_channel_option(CLI::App& command, int& channel) {
+    add_option(command,
+               {.names = "-c,--channel",
+                .value = "CHANNEL",
+                .help = "channel that sends",
+                .check = one_of({1, 2}),
+                .shows_default = true},
+               channel);
 }
 
 OpenPort::OpenPort(int com_port)
@@ -235,49 +233,57 @@ int port_of_option(const std::string& port, int* status) {
 }
 
 void add_rate_options(CLI::App& command, Setup& setup) {
-    const auto valid_rate = [](const std::string& text) {
+    const auto wrong_rate = [](const std::string& text) {
         return rate_code(std::atof(text.c_str())) ? "" : "no bit rate of the module: " + text;
     };
-    // One word each: a port that follows is none of their values.
-    command.add_option("-b,--bitrate", setup.bitrate, "bit rate in kbit/s, or of CAN 1,CAN 2")
-        ->type_name("KBPS[,KBPS]")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(valid_rate)
-        ->capture_default_str();
-    command.add_option("-f,--fd", setup.data_rate, "enable CAN FD with this data rate in Mbit/s")
-        ->type_name("MBPS[,MBPS]")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(CLI::IsMember({2, 4, 5, 6, 8, 10}));
-    command.parse_complete_callback([&setup] {
-        if (setup.bitrate.size() > TAVU_CHANNEL_CNT || setup.data_rate.size() > TAVU_CHANNEL_CNT) {
-            throw CLI::ValidationError("more than two rates: a module has two channels");
-        }
+    add_option(command,
+               {.names = "-b,--bitrate",
+                .value = "KBPS[,KBPS]",
+                .help = "bit rate in kbit/s, or of CAN 1,CAN 2",
+                .check = {wrong_rate, ""},
+                .shows_default = true,
+                .delimiter = ','},
+               setup.bitrate);
+    add_option(command,
+               {.names = "-f,--fd",
+                .value = "MBPS[,MBPS]",
+                .help = "enable CAN FD with this data rate in Mbit/s",
+                .check = one_of(std::vector(kDataRates.begin(), kDataRates.end())),
+                .delimiter = ','},
+               setup.data_rate);
+    check_together(command, [&setup] {
+        return std::max(setup.bitrate.size(), setup.data_rate.size()) > TAVU_CHANNEL_CNT
+                   ? "more than two rates: a module has two channels"
+                   : "";
     });
 }
 
 void add_setup_options(CLI::App& command, Setup& setup) {
-    const auto valid_pair = [](char separator, const char* form) {
-        return [separator, form](const std::string& text) {
+    const auto pair_check = [](char separator, const char* form) -> Check {
+        const auto complaint = [separator, form](const std::string& text) {
             const auto pair = pair_of(text, separator);
             if (pair && separator == '-' && pair->first > pair->second) {
                 return text + " lets nothing pass: the lower identifier stands first, " + form;
             }
             return pair ? std::string() : text + " is not of the form " + form;
         };
+        return {complaint, ""};
     };
     add_rate_options(command, setup);
-    command.add_flag("-l,--listen", setup.listen, "only listen: neither send nor acknowledge");
-    command.add_flag("-e,--errors", setup.errors, "let the module report errors");
-    command.add_option("--accept", setup.accept, "acceptance filter of a channel, hexadecimal")
-        ->type_name("CHANNEL:ID/MASK")
-        ->allow_extra_args(false)
-        ->check(valid_pair('/', "1:123/7FF"));
-    command.add_option("--range", setup.ranges, "identifiers of a channel that pass; repeat for more")
-        ->type_name("CHANNEL:LOW-HIGH")
-        ->allow_extra_args(false)
-        ->check(valid_pair('-', "1:100-1FF"));
+    add_flag(command, "-l,--listen", setup.listen, "only listen: neither send nor acknowledge");
+    add_flag(command, "-e,--errors", setup.errors, "let the module report errors");
+    add_option(command,
+               {.names = "--accept",
+                .value = "CHANNEL:ID/MASK",
+                .help = "acceptance filter of a channel, hexadecimal",
+                .check = pair_check('/', "1:123/7FF")},
+               setup.accept);
+    add_option(command,
+               {.names = "--range",
+                .value = "CHANNEL:LOW-HIGH",
+                .help = "identifiers of a channel that pass; repeat for more",
+                .check = pair_check('-', "1:100-1FF")},
+               setup.ranges);
 }
 
 bool set_up(int com_port, const Setup& setup) {

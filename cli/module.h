@@ -9,8 +9,6 @@
 
 #include "lib/lib_tavu_2.h"
 
-#include <CLI/App.hpp>
-
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -23,9 +21,8 @@ namespace cli {
 
 // Adds the positional PORT.
 void add_port_option(CLI::App& command, std::string& port);
-
-// Accepts numbers above 0, or from 0, up to `most`; no infinity and nothing that is no number.
-CLI::Validator number_up_to(double most, bool with_zero = false);
+// Adds the option for the channel that sends, 1 or 2.
+void add_channel_option(CLI::App& command, int& channel);
 
 // A module's open port; closed, which stops its channels, at the end of the scope.
 class OpenPort {

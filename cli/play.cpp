@@ -4,6 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
 #include "cli/module.h"
+#include "cli/options.h"
 #include "cli/sender.h"
 
 #include "trace/capture.h"
@@ -248,27 +249,32 @@ int play(const Options& options) {
 }  // namespace
 
 void add_play(CLI::App& app, Work& work) {
-    CLI::App* command = app.add_subcommand("play", "Send the frames of a candump log");
+    CLI::App& command = add_subcommand(app, "play", "Send the frames of a candump log");
     const auto options = std::make_shared<Options>();
-    command->add_option("WORDS", options->words, "[PORT] FILE")
-        ->required()
-        ->expected(1, 2)
-        ->type_name("");
-    add_rate_options(*command, options->setup);
-    command->add_option("--speed", options->speed, "times as fast as the log")
-        ->type_name("N")
-        ->check(number_up_to(kMostSpeed))
-        ->capture_default_str();
-    command->add_option("--loop", options->loops, "how many times; 0: until interrupted")
-        ->type_name("N")
-        ->capture_default_str();
-    command->add_option("--map", options->map, "which channel sends an interface's frames")
-        ->type_name("NAME:CHANNEL")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->capture_default_str();
-    command->add_flag("--strict", options->strict, "end at a line that is broken");
-    command->callback([options, &work] { work = [options] { return play(*options); }; });
+    add_words(command, "[PORT] FILE", options->words, 2);
+    add_rate_options(command, options->setup);
+    add_option(command,
+               {.names = "--speed",
+                .value = "N",
+                .help = "times as fast as the log",
+                .check = number_up_to(kMostSpeed),
+                .shows_default = true},
+               options->speed);
+    add_option(command,
+               {.names = "--loop",
+                .value = "N",
+                .help = "how many times; 0: until interrupted",
+                .shows_default = true},
+               options->loops);
+    add_option(command,
+               {.names = "--map",
+                .value = "NAME:CHANNEL",
+                .help = "which channel sends an interface's frames",
+                .shows_default = true,
+                .delimiter = ','},
+               options->map);
+    add_flag(command, "--strict", options->strict, "end at a line that is broken");
+    set_action(command, work, [options] { return play(*options); });
 }
 
 }  // namespace cli

@@ -4,6 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
 #include "cli/module.h"
+#include "cli/options.h"
 #include "cli/sender.h"
 
 #include "trace/text.h"
@@ -81,15 +82,12 @@ int send(const Options& options) {
 }  // namespace
 
 void add_send(CLI::App& app, Work& work) {
-    CLI::App* command = app.add_subcommand("send", "Send frames, such as 123#DEADBEEF");
+    CLI::App& command = add_subcommand(app, "send", "Send frames, such as 123#DEADBEEF");
     const auto options = std::make_shared<Options>();
-    command->add_option("WORDS", options->words, "[PORT] FRAME...")->required()->type_name("");
-    command->add_option("-c,--channel", options->channel, "channel that sends")
-        ->type_name("CHANNEL")
-        ->check(CLI::IsMember({1, 2}))
-        ->capture_default_str();
-    add_rate_options(*command, options->setup);
-    command->callback([options, &work] { work = [options] { return send(*options); }; });
+    add_words(command, "[PORT] FRAME...", options->words);
+    add_channel_option(command, options->channel);
+    add_rate_options(command, options->setup);
+    set_action(command, work, [options] { return send(*options); });
 }
 
 }  // namespace cli
