@@ -144,7 +144,7 @@ make_base
 printf '  %-28s %4s s\n' "minimal root" $(($(date +%s) - began))
 for user in root engineer; do
     make_root
-    # What clang-tidy and the fuzzers find depends on no user, and they take half of the time.
+    # What all but the suite finds depends on no user, and it takes more than half of the time.
     parts=""
     [ "$user" = root ] || parts=--tests
     step "demo-$user" "$user" ./demo
