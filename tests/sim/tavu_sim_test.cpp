@@ -32,7 +32,7 @@ TEST(TavuSim, ExplainsBadArgumentsAndElseEndsAsItsProgramEndsWithAReportIfAsked)
         {"--port ttyACM16", 2, "tavu-sim: no program looks for a module on this port: 'ttyACM16'"},
         {"--report=/none/x -- /bin/true", 125, "report file cannot be written: '/none/x'"},
         {"-c $FIFO -- /bin/sh -c 'kill -KILL $PPID'", 128 + SIGKILL, ""},  // leaves the FIFO
-        {"-c $FIFO -- /bin/sh -c 'echo stop x >$FIFO; sleep 1'", 0, "unknown command: 'stop x'"},
+        {"-c $FIFO -- /bin/sh -c 'echo stop x >$FIFO'", 0, "unknown command: 'stop x'"},
         {"--fault mute", 2, "unknown fault: 'mute'"},
         {"-f ttyACM1=silent", 2, "fault for a port that is not simulated: 'ttyACM1'"},
         {"--firmware 3.10", 2, "firmware is not of the form 03.10: '3.10'"},
