@@ -14,7 +14,9 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -104,8 +106,8 @@ int Bridge::run() {
 
 bool Bridge::open_sockets(const std::vector<std::string>& names) {
     for (used_ = 0; used_ < names.size(); ++used_) {
-        if (const auto fault = sockets_.at(used_).open(names.at(used_),
-                                                       !options_.setup.data_rate.empty())) {
+        if (const auto fault =
+                sockets_.at(used_).open(names.at(used_), !options_.setup.data_rate.empty())) {
             complain("%s", fault->c_str());
             return false;
         }
@@ -247,15 +249,16 @@ std::uint64_t Bridge::overflowed() const {
 }
 
 void Bridge::print_summary() const {
-    complain("%llu frames to the interfaces, %llu to the module; %s; %llu dropped by a full queue of "
-             "an interface, %llu not read from one in time, %llu CAN FD frames without --fd, %llu "
-             "that the module did not take or was away for",
-             static_cast<unsigned long long>(counters_.to_interface),
-             static_cast<unsigned long long>(counters_.to_module), losses_.summary().c_str(),
-             static_cast<unsigned long long>(counters_.dropped),
-             static_cast<unsigned long long>(overflowed()),
-             static_cast<unsigned long long>(counters_.refused),
-             static_cast<unsigned long long>(counters_.unsent));
+    complain(
+        "%llu frames to the interfaces, %llu to the module; %s; %llu dropped by a full queue of "
+        "an interface, %llu not read from one in time, %llu CAN FD frames without --fd, %llu "
+        "that the module did not take or was away for",
+        static_cast<unsigned long long>(counters_.to_interface),
+        static_cast<unsigned long long>(counters_.to_module), losses_.summary().c_str(),
+        static_cast<unsigned long long>(counters_.dropped),
+        static_cast<unsigned long long>(overflowed()),
+        static_cast<unsigned long long>(counters_.refused),
+        static_cast<unsigned long long>(counters_.unsent));
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <linux/can/error.h>
 #include <linux/can/raw.h>
 #include <linux/sock_diag.h>
-#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,6 +18,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <net/if.h>
 
 namespace cli {
 
@@ -94,8 +94,8 @@ std::optional<std::string> CanSocket::open(const std::string& interface, bool wi
     if (index == 0) {
         return reason(interface, "there is no such interface (ip link add dev NAME type vcan)");
     }
-    if (ioctl(fd_, SIOCGIFMTU, &request) != 0 || (request.ifr_mtu != CAN_MTU &&
-                                                  request.ifr_mtu != CANFD_MTU)) {
+    if (ioctl(fd_, SIOCGIFMTU, &request) != 0 ||
+        (request.ifr_mtu != CAN_MTU && request.ifr_mtu != CANFD_MTU)) {
         return reason(interface, "it is no CAN interface");
     }
     if (with_fd && request.ifr_mtu != CANFD_MTU) {

@@ -23,8 +23,8 @@ namespace cli {
 
 namespace {
 
-constexpr const char* kRateNames[] = {"5k",   "10k", "20k",  "50k",      "100k",    "125k", "250k",
-                                      "500k", "800k", "1M", "400k", "custom 1", "custom 2"};
+constexpr const char* kRateNames[] = {"5k",   "10k",  "20k", "50k",  "100k",     "125k",    "250k",
+                                      "500k", "800k", "1M",  "400k", "custom 1", "custom 2"};
 
 void print_channel(const CANFD_CFG_INFO& config, int channel) {
     const auto rate = config.baud[channel];

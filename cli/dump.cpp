@@ -14,9 +14,12 @@
 
 #include "lib/lib_tavu_2.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -37,7 +40,7 @@ struct Options {
     std::string pcap;
     std::uint64_t count = 0;  // 0: without end
     double time_s = 0;        // 0: without end
-    std::string stamp;  // host, module, delta; empty: none is shown
+    std::string stamp;        // host, module, delta; empty: none is shown
     bool stats = false;
     bool quiet = false;
 };
@@ -265,11 +268,10 @@ void add_dump(CLI::App& app, Work& work) {
     add_option(command,
                {.names = "--log", .value = "FILE", .help = "write a candump log to this file"},
                options->log);
-    add_option(command,
-               {.names = "--pcap",
-                .value = "FILE",
-                .help = "write a capture for Wireshark to this file"},
-               options->pcap);
+    add_option(
+        command,
+        {.names = "--pcap", .value = "FILE", .help = "write a capture for Wireshark to this file"},
+        options->pcap);
     add_option(command,
                {.names = "-n,--count",
                 .value = "N",

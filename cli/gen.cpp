@@ -9,6 +9,8 @@
 
 #include "trace/record.h"
 
+#include <cstdint>
+#include <exception>
 #include <memory>
 #include <random>
 #include <string>
@@ -79,8 +81,8 @@ void Generator::fill(CAN_FRAME_INFO& frame) {
     const int bytes = trace::payload_bytes(frame);
     for (int i = 0; i < bytes; ++i) {
         const bool counts = options_.data == "count";
-        frame.data[i] = static_cast<unsigned char>(
-            counts ? (i < 8 ? number_ >> (8 * i) : 0) : choose(options_.data, 16, 0xFF));
+        frame.data[i] = static_cast<unsigned char>(counts ? (i < 8 ? number_ >> (8 * i) : 0)
+                                                          : choose(options_.data, 16, 0xFF));
     }
 }
 

@@ -50,8 +50,8 @@ void print_json(const std::vector<Found>& found, const std::vector<Unasked>& una
     std::printf("{\n  \"modules\": [");
     const char* comma = "";
     for (const auto& [port, version] : found) {
-        std::printf("%s\n    {\"port\": %s, \"number\": %d, \"firmware\": %s, \"model\": %s}", comma,
-                    quoted(TAVUPortName(port)).c_str(), port, quoted(version.fw).c_str(),
+        std::printf("%s\n    {\"port\": %s, \"number\": %d, \"firmware\": %s, \"model\": %s}",
+                    comma, quoted(TAVUPortName(port)).c_str(), port, quoted(version.fw).c_str(),
                     quoted(version.model).c_str());
         comma = ",";
     }
@@ -118,7 +118,8 @@ int list(bool as_json) {
 }  // namespace
 
 void add_list(CLI::App& app, Work& work) {
-    CLI::App& command = add_subcommand(app, "list", "Show the modules and why other ports are none");
+    CLI::App& command =
+        add_subcommand(app, "list", "Show the modules and why other ports are none");
     const auto as_json = std::make_shared<bool>(false);
     add_flag(command, "--json", *as_json, "print JSON");
     set_action(command, work, [as_json] { return list(*as_json); });

@@ -4,6 +4,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/command.h"
 #include "cli/interrupt.h"
+#include "cli/options.h"
 
 #include "lib/lib_tavu_2.h"
 
@@ -12,14 +13,17 @@
 #include <CLI/Formatter.hpp>
 
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <string>
 
 namespace {
 
 constexpr const char* kFooter =
-    "PORT is a name (ttyACM0, /dev/ttyACM0) or a number; without it, the only module found is used.\n"
-    "Exit status: 0 done, 1 something was lost or passed over, 2 wrong use, 3 no module on the port,\n"
+    "PORT is a name (ttyACM0, /dev/ttyACM0) or a number; "
+    "without it, the only module found is used.\n"
+    "Exit status: 0 done, 1 something was lost or passed over, 2 wrong use, "
+    "3 no module on the port,\n"
     "4 the module went away, 5 the output takes no more.";
 
 // Words that the subcommand itself tells apart stand in the usage as their description has them.
@@ -27,9 +31,10 @@ class Form : public CLI::Formatter {
   public:
     Form() { column_width(34); }
     std::string make_usage(const CLI::App* app, std::string name) const override {
-        const CLI::Option* words = app->get_option_no_throw("WORDS");
-        return words == nullptr ? CLI::Formatter::make_usage(app, name)
-                                : "Usage: " + name + " [OPTIONS] " + words->get_description() + "\n";
+        const CLI::Option* words = app->get_option_no_throw(cli::kWords);
+        return words == nullptr
+                   ? CLI::Formatter::make_usage(app, name)
+                   : "Usage: " + name + " [OPTIONS] " + words->get_description() + "\n";
     }
     // Nor do dots stand behind an option that takes one word at a time.
     std::string make_option_opts(const CLI::Option* option) const override {
@@ -38,8 +43,9 @@ class Form : public CLI::Formatter {
         return dots == std::string::npos || option->get_positional() ? text : text.substr(0, dots);
     }
     std::string make_positionals(const CLI::App* app) const override {
-        return app->get_option_no_throw("WORDS") == nullptr ? CLI::Formatter::make_positionals(app)
-                                                            : "";
+        return app->get_option_no_throw(cli::kWords) == nullptr
+                   ? CLI::Formatter::make_positionals(app)
+                   : "";
     }
 };
 

@@ -12,8 +12,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 
 namespace cli {
@@ -92,8 +90,8 @@ bool set_rates(int com_port, const Setup& setup, const CANFD_CFG_INFO& kept) {
         const auto channel = static_cast<int>(i);
         const int rate = is_data_rate(kept.datarate[i]) ? kept.datarate[i] : kDataRates.front();
         const bool is_used = setup.is_used.at(i);
-        data_rates.at(i) = static_cast<unsigned char>(
-            is_used ? of_channel(setup.data_rate, channel, rate) : rate);
+        data_rates.at(i) =
+            static_cast<unsigned char>(is_used ? of_channel(setup.data_rate, channel, rate) : rate);
         enabled.at(i) = kept.fdf_en[i];
         codes.at(i) = kept.baud[i];
         if (is_used) {
@@ -119,8 +117,8 @@ bool set_filters(int com_port, const Setup& setup) {
     std::array<FILTER_INFO, TAVU_CHANNEL_CNT> filters{};
     for (const std::string& text : setup.accept) {
         const Pair pair = pair_of(text, '/').value();
-        filters.at(static_cast<std::size_t>(pair.channel)) = {pair.channel, pair.id_type, pair.first,
-                                                              pair.second};
+        filters.at(static_cast<std::size_t>(pair.channel)) = {pair.channel, pair.id_type,
+                                                              pair.first, pair.second};
     }
     for (int channel = 0; channel < TAVU_CHANNEL_CNT; ++channel) {
         const FILTER_INFO& filter = filters.at(static_cast<std::size_t>(channel));
@@ -147,8 +145,8 @@ bool set_ranges(int com_port, const Setup& setup) {
             complain("more than %d ranges for CAN %d", TAVU_RANGE_CNT, pair.channel + 1);
             return false;
         }
-        tables.at(channel).range[used.at(channel)++] = {
-            1, static_cast<unsigned int>(pair.id_type), pair.first, pair.second};
+        tables.at(channel).range[used.at(channel)++] = {1, static_cast<unsigned int>(pair.id_type),
+                                                        pair.first, pair.second};
     }
     constexpr int kDisable = 1;
     constexpr int kEnable = 2;

@@ -1,5 +1,5 @@
 // cli/module.h - command: a module by its port, set up and started as the options say.
-// Thread: main, except where said.
+// Thread: main.
 // SPDX-License-Identifier: MIT
 #ifndef CLI_MODULE_H
 #define CLI_MODULE_H
@@ -64,11 +64,11 @@ int with_port(const std::string& name, Action action) {
 // Set-up of the channels by options. Pairs of values are for CAN 1 and CAN 2.
 struct Setup {
     std::vector<double> bitrate{500};  // kbit/s
-    std::vector<int> data_rate;             // Mbit/s; empty: CAN FD stays off
+    std::vector<int> data_rate;        // Mbit/s; empty: CAN FD stays off
     bool listen = false;
-    bool errors = false;               // error reports of the module are wanted
-    std::vector<std::string> accept;   // "1:123/7FF": acceptance filter of a channel
-    std::vector<std::string> ranges;   // "2:100-1FF": passes a range of identifiers
+    bool errors = false;              // error reports of the module are wanted
+    std::vector<std::string> accept;  // "1:123/7FF": acceptance filter of a channel
+    std::vector<std::string> ranges;  // "2:100-1FF": passes a range of identifiers
     // A channel that is not used keeps its settings, and is not started: it may be on another bus.
     std::array<bool, TAVU_CHANNEL_CNT> is_used{true, true};
 };

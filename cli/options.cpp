@@ -1,4 +1,4 @@
-// cli/options.cpp - command: subcommands and their options, as the library that parses them wants them.
+// cli/options.cpp - command: subcommands and their options, by the library that parses them.
 // Uses CLI11.
 // Thread: main.
 // SPDX-License-Identifier: MIT
@@ -31,8 +31,8 @@ Check one_of(const std::vector<int>& values) {
     return check_by(CLI::IsMember(values));
 }
 
-Check one_of(const std::vector<std::string>& values) {
-    return check_by(CLI::IsMember(values));
+Check one_of(std::initializer_list<const char*> texts) {
+    return check_by(CLI::IsMember(std::vector<std::string>(texts.begin(), texts.end())));
 }
 
 Check positive() {
@@ -89,7 +89,7 @@ void add_word(CLI::App& command, const char* name, std::string& word) {
 }
 
 void add_words(CLI::App& command, const char* usage, std::vector<std::string>& words, int most) {
-    CLI::Option* option = command.add_option("WORDS", words, usage)->required()->type_name("");
+    CLI::Option* option = command.add_option(kWords, words, usage)->required()->type_name("");
     if (most > 0) {
         option->expected(1, most);
     }

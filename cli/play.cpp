@@ -183,9 +183,8 @@ int Player::take(const trace::Record& record) {
 
 void Player::wait_for(std::int64_t time_us) {
     first_us_ = first_us_.value_or(time_us);
-    const std::chrono::duration<double, std::micro> due(
-        std::clamp(static_cast<double>(time_us - *first_us_) / options_.speed, -kMostWait_us,
-                   kMostWait_us));
+    const std::chrono::duration<double, std::micro> due(std::clamp(
+        static_cast<double>(time_us - *first_us_) / options_.speed, -kMostWait_us, kMostWait_us));
     const auto left = begin_ + std::chrono::duration_cast<Clock::duration>(due) - Clock::now();
     pause_us(std::chrono::duration_cast<std::chrono::microseconds>(left).count());
 }

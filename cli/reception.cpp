@@ -20,8 +20,9 @@ constexpr int kWait_ms = 100;                 // an interrupt is seen after it a
 
 constexpr std::chrono::seconds kQuiet{1};  // between two messages of losses
 constexpr std::array<const char*, 7> kLosses = {
-    "frames, as the output was too slow", "damaged reports", "reports that were not understood",
-    "bytes between reports", "bytes that gave way to a command", "reports of no valid frame",
+    "frames, as the output was too slow", "damaged reports",
+    "reports that were not understood",   "bytes between reports",
+    "bytes that gave way to a command",   "reports of no valid frame",
     "EEPROM errors of the module"};
 
 }  // namespace
@@ -93,9 +94,8 @@ std::span<const trace::Record> Reception::take(int timeout_ms) {
     // A signal handler cannot wake this wait, so it is a chain of short ones.
     while (arrived_.empty() && !is_gone_ && !is_interrupted() &&
            std::chrono::steady_clock::now() < end) {
-        changed_.wait_until(
-            lock, std::min(end, std::chrono::steady_clock::now() +
-                                    std::chrono::milliseconds(kWait_ms)));
+        changed_.wait_until(lock, std::min(end, std::chrono::steady_clock::now() +
+                                                    std::chrono::milliseconds(kWait_ms)));
     }
     taken_.swap(arrived_);
     return taken_;
@@ -110,13 +110,16 @@ void LossWatch::look(const Reception& reception) {
     TAVU_LOSS_INFO line{};
     TAVUGetLoss(&line);
     const std::array<std::uint64_t, 7> present = {
-        reception.overrun(), line.header_short + line.body_incomplete, line.header_unknown,
-        line.passed_over, line.discarded, reception.invalid(), reception.eeprom_errors()};
+        reception.overrun(),      line.header_short + line.body_incomplete,
+        line.header_unknown,      line.passed_over,
+        line.discarded,           reception.invalid(),
+        reception.eeprom_errors()};
     std::string text;
     for (std::size_t i = 0; i < present.size(); ++i) {
         counts_.at(i) = kept_.at(i) + present.at(i);
         if (counts_.at(i) > 0) {
-            text += (text.empty() ? "" : ", ") + std::to_string(counts_.at(i)) + ' ' + kLosses.at(i);
+            text +=
+                (text.empty() ? "" : ", ") + std::to_string(counts_.at(i)) + ' ' + kLosses.at(i);
         }
     }
     const auto now = std::chrono::steady_clock::now();

@@ -22,17 +22,19 @@ constexpr std::chrono::seconds kQuiet{1};  // between two messages of refused fr
 constexpr std::chrono::steady_clock::duration kMostWait = std::chrono::seconds(10);
 
 trace::BusRates rates_of(const Setup& setup, int channel) {
-    return {static_cast<std::uint32_t>(std::lround(of_channel(setup.bitrate, channel, 500.0) * 1e3)),
-            static_cast<std::uint32_t>(of_channel(setup.data_rate, channel, 2)) * 1'000'000};
+    return {
+        static_cast<std::uint32_t>(std::lround(of_channel(setup.bitrate, channel, 500.0) * 1e3)),
+        static_cast<std::uint32_t>(of_channel(setup.data_rate, channel, 2)) * 1'000'000};
 }
 
 }  // namespace
 
-Sender::Sender(int com_port, const Setup& setup) : com_port_(com_port), rates_{rates_of(setup, TAVU_CAN_1), rates_of(setup, TAVU_CAN_2)} {}
+Sender::Sender(int com_port, const Setup& setup)
+    : com_port_(com_port), rates_{rates_of(setup, TAVU_CAN_1), rates_of(setup, TAVU_CAN_2)} {}
 
 int Sender::send(const CAN_FRAME_INFO& frame) {
-    const int result = frame.fdf == TAVU_FDF_ON ? TAVUSend_CANFD(com_port_, frame)
-                                                : TAVUSend(com_port_, frame);
+    const int result =
+        frame.fdf == TAVU_FDF_ON ? TAVUSend_CANFD(com_port_, frame) : TAVUSend(com_port_, frame);
     if (result != TAVU_SUCCESS) {
         const bool is_gone = TAVUPortState(com_port_, nullptr) == TAVU_PORT_GONE;
         if (is_gone) {
@@ -47,7 +49,8 @@ int Sender::send(const CAN_FRAME_INFO& frame) {
     if (trace::frame_bits(frame, &bits) == TAVU_SUCCESS) {
         const auto channel = static_cast<std::size_t>(frame.CAN_port);
         const std::chrono::nanoseconds time(trace::bits_ns(bits, rates_.at(channel)));
-        idle_at_.at(channel) = std::max(idle_at_.at(channel), Clock::now()) + time + time / kSpareShare;
+        idle_at_.at(channel) =
+            std::max(idle_at_.at(channel), Clock::now()) + time + time / kSpareShare;
     }
     return kDone;
 }
