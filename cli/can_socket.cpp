@@ -10,6 +10,7 @@
 #include <linux/can/error.h>
 #include <linux/can/raw.h>
 #include <linux/sock_diag.h>
+#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,7 +19,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <net/if.h>
 
 namespace cli {
 

@@ -272,12 +272,7 @@ void add_dump(CLI::App& app, Work& work) {
         command,
         {.names = "--pcap", .value = "FILE", .help = "write a capture for Wireshark to this file"},
         options->pcap);
-    add_option(command,
-               {.names = "-n,--count",
-                .value = "N",
-                .help = "end after so many frames",
-                .check = positive()},
-               options->count);
+    add_count_option(command, options->count);
     add_option(command,
                {.names = "--time",
                 .value = "SECONDS",

@@ -164,12 +164,7 @@ void add_gen(CLI::App& app, Work& work) {
     add_port_option(command, options->port);
     add_rate_options(command, options->setup);
     add_channel_option(command, options->channel);
-    add_option(command,
-               {.names = "-n,--count",
-                .value = "N",
-                .help = "end after so many frames",
-                .check = positive()},
-               options->count);
+    add_count_option(command, options->count);
     add_option(command,
                {.names = "-g,--gap",
                 .value = "MS",

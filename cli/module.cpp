@@ -174,6 +174,15 @@ void add_channel_option(CLI::App& command, int& channel) {
                channel);
 }
 
+void add_count_option(CLI::App& command, std::uint64_t& count) {
+    add_option(command,
+               {.names = "-n,--count",
+                .value = "N",
+                .help = "end after so many frames",
+                .check = positive()},
+               count);
+}
+
 OpenPort::OpenPort(int com_port)
     : com_port_(com_port), is_open_(TAVUOpenDevice(com_port) == TAVU_SUCCESS) {
     if (!is_open_) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ namespace cli {
 void add_port_option(CLI::App& command, std::string& port);
 // Adds the option for the channel that sends, 1 or 2.
 void add_channel_option(CLI::App& command, int& channel);
+// Adds the option for the number of frames to end after.
+void add_count_option(CLI::App& command, std::uint64_t& count);
 
 // A module's open port; closed, which stops its channels, at the end of the scope.
 class OpenPort {

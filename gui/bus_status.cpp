@@ -36,14 +36,13 @@ constexpr gint64 kBusy_records_per_ms = 12;
 constexpr gint64 kBusyPause_us = 30'000;
 // After a long tick otherwise: a shown batch lets the next one begin, so batches are not held up.
 constexpr gint64 kRedrawPause_us = 2000;
-// Besides, the next tick waits for the turn of a redraw, but no longer than this: other work of the
+// Then the next tick waits for the turn of a redraw, but no longer than this: other work of the
 // priority of ticks may take all the time there is, and the rings must be emptied.
 constexpr gint64 kLongestTurn_us = 250'000;
 
 gint64 last_drain_us = 0;
 gint64 paused_until_us = 0;  // ticks of the main loop are passed over until then,
-guint redraw_turn = 0;       // and as long as this source has still to run (0: none has),
-gint64 turn_ends_us = 0;     // but no longer than until then
+guint redraw_turn = 0;       // and as long as this source has still to run; 0: none has
 
 KEY_PRESS_INFO key_info_r{ETY_NUM, 0};
 
@@ -156,7 +155,6 @@ gint64 pause_us(int taken_cnt, gint64 start_us) {
 // turn in the same round.
 void pause_ticks(gint64 time_us) {
     paused_until_us = g_get_monotonic_time() + time_us;
-    turn_ends_us = paused_until_us + kLongestTurn_us;
     if (redraw_turn == 0) {
         redraw_turn = g_idle_add_full(
             GDK_PRIORITY_REDRAW,
@@ -198,7 +196,8 @@ void bs_init() {
 int update_BS_frame(gpointer /*user_data*/) {
     const gint64 start_us = g_get_monotonic_time();
     const bool in_main_loop = g_main_current_source() != nullptr;
-    if (in_main_loop && start_us < (redraw_turn != 0 ? turn_ends_us : paused_until_us)) {
+    const gint64 turn_us = redraw_turn != 0 ? kLongestTurn_us : 0;
+    if (in_main_loop && start_us < paused_until_us + turn_us) {
         return G_SOURCE_CONTINUE;
     }
     const int taken_cnt = drain_rings();
